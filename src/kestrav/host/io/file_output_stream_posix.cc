@@ -1,0 +1,119 @@
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+#include "kestrav/host/io/file_stream.h"
+#include "kestrav/host/memory/try.h"
+
+namespace kestrav::Io {
+namespace {
+
+constexpr std::uint32_t kLongestFile = std::numeric_limits<std::uint32_t>::max();
+constexpr mode_t kCreationMode = 0640;
+
+int Flags(OpenMode mode) {
+  const int flags = O_WRONLY | O_CLOEXEC | O_NONBLOCK;
+  return mode == OpenMode::kCreate ? flags | O_CREAT | O_TRUNC : flags;
+}
+
+}  // namespace
+
+BufferedFileOutputStream::BufferedFileOutputStream(std::uint32_t buffer_bytes)
+    : buffer_bytes_(std::max<std::uint32_t>(buffer_bytes, 1)) {}
+
+BufferedFileOutputStream::~BufferedFileOutputStream() { Close(); }
+
+bool BufferedFileOutputStream::Open(const String& path, OpenMode mode) {
+  Close();
+  error_ = 0;
+  std::string name;
+  if (!Memory::Try([&] { name = Text::ToUtf8(path); }) || !buffer_.Resize(buffer_bytes_)) {
+    Fail(ENOMEM);
+    return false;
+  }
+  FileHandle file(::open(name.c_str(), Flags(mode), kCreationMode));
+  struct stat status {};
+  if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
+    Fail(errno);
+    return false;
+  }
+  // A log is rewritten at its start, which only a regular file allows.
+  if (!S_ISREG(status.st_mode) || status.st_size > kLongestFile) {
+    Fail(S_ISREG(status.st_mode) ? EFBIG : EINVAL);
+    return false;
+  }
+  file_ = std::move(file);
+  end_ = static_cast<std::uint32_t>(status.st_size);
+  buffer_start_ = buffered_ = 0;
+  return true;
+}
+
+bool BufferedFileOutputStream::Close() {
+  if (!file_.IsOpen()) return true;
+  bool whole = Flush();
+  if (!file_.Close()) {
+    Fail(errno);
+    whole = false;
+  }
+  buffer_start_ = buffered_ = end_ = 0;
+  return whole;
+}
+
+void BufferedFileOutputStream::Fail(int error) {
+  if (error_ == 0) error_ = error;
+}
+
+// All or nothing: what a failed write left behind the end of the file is cut off again.
+bool BufferedFileOutputStream::WriteFile(const std::uint8_t* data, std::uint32_t size,
+                                         std::uint32_t at) {
+  for (std::uint32_t done = 0; done < size;) {
+    const ssize_t put = ::pwrite(file_.Get(), data + done, size - done, off_t{at} + done);
+    if (put < 0 && errno == EINTR) continue;
+    if (put <= 0) {
+      Fail(put < 0 ? errno : EIO);
+      if (at + done > end_ && ::ftruncate(file_.Get(), end_) != 0) Fail(errno);
+      return false;
+    }
+    done += static_cast<std::uint32_t>(put);
+  }
+  end_ = std::max(end_, at + size);
+  return true;
+}
+
+bool BufferedFileOutputStream::Flush() {
+  if (buffered_ == 0) return true;
+  if (!WriteFile(buffer_.Data(), buffered_, buffer_start_)) return false;
+  buffer_start_ += buffered_;
+  buffered_ = 0;
+  return true;
+}
+
+bool BufferedFileOutputStream::Write(const std::uint8_t* data, std::uint32_t size) {
+  if (!file_.IsOpen()) return false;
+  if (size > kLongestFile - Position()) {
+    Fail(EFBIG);
+    return false;
+  }
+  if (size > buffer_bytes_ - buffered_ && !Flush()) return false;
+  if (size >= buffer_bytes_) {
+    if (!WriteFile(data, size, buffer_start_)) return false;
+    buffer_start_ += size;
+    return true;
+  }
+  if (size > 0) std::memcpy(buffer_.Data() + buffered_, data, size);
+  buffered_ += size;
+  return true;
+}
+
+bool BufferedFileOutputStream::Seek(std::uint32_t position) {
+  if (!file_.IsOpen() || position > std::max(end_, Position()) || !Flush()) return false;
+  buffer_start_ = position;
+  return true;
+}
+
+}  // namespace kestrav::Io

@@ -1,0 +1,107 @@
+#ifndef KESTRAV_HOST_IO_FILE_STREAM_H_
+#define KESTRAV_HOST_IO_FILE_STREAM_H_
+
+#include <cstdint>
+
+#include "kestrav/host/io/stream.h"
+#include "kestrav/host/memory/mem_block.h"
+#include "kestrav/host/text/string.h"
+
+namespace kestrav::Io {
+
+inline constexpr std::uint32_t kFileBufferBytes = 64 * 1024;
+
+// A file descriptor, closed at the end of its owner.
+class KESTRAV_API FileHandle {
+ public:
+  explicit FileHandle(int descriptor = -1) : descriptor_(descriptor) {}
+  ~FileHandle() { Close(); }
+  FileHandle(FileHandle&& other) noexcept;
+  FileHandle& operator=(FileHandle&& other) noexcept;
+
+  bool IsOpen() const { return descriptor_ >= 0; }
+  int Get() const { return descriptor_; }
+  // false: the system reported an error, such as a write that failed late.
+  bool Close();
+
+ private:
+  int descriptor_;
+};
+
+// Reads a regular file through a buffer. Its length is taken when it is opened; of a file longer
+// than 4 GiB the first 4,294,967,295 bytes can be reached.
+class KESTRAV_API BufferedFileInputStream final : public IInputStream {
+ public:
+  explicit BufferedFileInputStream(std::uint32_t buffer_bytes = kFileBufferBytes);
+
+  // Closes an earlier file. false: there is no such regular file, it cannot be read, or memory is
+  // short. `Error` tells why.
+  [[nodiscard]] bool Open(const String& path);
+  void Close();
+
+  // The errno value of the last failed call, 0 if none failed.
+  int Error() const { return error_; }
+
+  [[nodiscard]] bool Read(std::uint8_t* data, std::uint32_t size) override;
+  [[nodiscard]] bool Seek(std::uint32_t position) override;
+  std::uint32_t Position() const override { return position_; }
+  std::uint32_t Remaining() const override { return size_ - position_; }
+
+ private:
+  bool ReadFile(std::uint8_t* data, std::uint32_t size, std::uint32_t at);
+  bool Fill();
+
+  const std::uint32_t buffer_bytes_;
+  FileHandle file_;
+  Memory::MemBlock buffer_;
+  std::uint32_t buffer_start_ = 0;  // where in the file the buffer's first byte stands
+  std::uint32_t buffered_ = 0;
+  std::uint32_t size_ = 0;
+  std::uint32_t position_ = 0;
+  int error_ = 0;
+};
+
+enum class OpenMode {
+  kInPlace,  // an existing regular file, nothing truncated
+  kCreate,   // a new file, or an existing one emptied; created with mode 0640
+};
+
+// Writes a file through a buffer. The file never grows past what a 32-bit position can address.
+// When the system refuses bytes (a full disk), they stay buffered and are offered again by the next
+// write, flush or close; a write that would need their room meanwhile is refused whole.
+class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
+ public:
+  explicit BufferedFileOutputStream(std::uint32_t buffer_bytes = kFileBufferBytes);
+  ~BufferedFileOutputStream() override;
+
+  // Closes an earlier file. false: it cannot be opened, or memory is short. `Error` tells why.
+  [[nodiscard]] bool Open(const String& path, OpenMode mode);
+
+  // Flushes and closes. false: bytes were lost, the file then ends with the last write that is
+  // whole in it.
+  bool Close();
+
+  // The errno value of the first failed call since `Open`, 0 if none failed.
+  int Error() const { return error_; }
+
+  [[nodiscard]] bool Write(const std::uint8_t* data, std::uint32_t size) override;
+  [[nodiscard]] bool Seek(std::uint32_t position) override;
+  std::uint32_t Position() const override { return buffer_start_ + buffered_; }
+  bool Flush() override;
+
+ private:
+  bool WriteFile(const std::uint8_t* data, std::uint32_t size, std::uint32_t at);
+  void Fail(int error);
+
+  const std::uint32_t buffer_bytes_;
+  FileHandle file_;
+  Memory::MemBlock buffer_;
+  std::uint32_t buffer_start_ = 0;  // where in the file the buffer's first byte belongs
+  std::uint32_t buffered_ = 0;
+  std::uint32_t end_ = 0;  // the length of the file without what is buffered
+  int error_ = 0;
+};
+
+}  // namespace kestrav::Io
+
+#endif  // KESTRAV_HOST_IO_FILE_STREAM_H_

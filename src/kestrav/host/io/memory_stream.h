@@ -1,0 +1,44 @@
+#ifndef KESTRAV_HOST_IO_MEMORY_STREAM_H_
+#define KESTRAV_HOST_IO_MEMORY_STREAM_H_
+
+#include "kestrav/host/io/stream.h"
+#include "kestrav/host/memory/mem_block.h"
+
+namespace kestrav::Io {
+
+// Reads the bytes of a block, which it does not own and which must not change meanwhile.
+class KESTRAV_API MemoryInputStream final : public IInputStream {
+ public:
+  explicit MemoryInputStream(const Memory::MemBlock& block)
+      : MemoryInputStream(block.Data(), block.Size()) {}
+  MemoryInputStream(const std::uint8_t* data, std::uint32_t size) : data_(data), size_(size) {}
+
+  [[nodiscard]] bool Read(std::uint8_t* data, std::uint32_t size) override;
+  [[nodiscard]] bool Seek(std::uint32_t position) override;
+  std::uint32_t Position() const override { return position_; }
+  std::uint32_t Remaining() const override { return size_ - position_; }
+
+ private:
+  const std::uint8_t* data_;
+  std::uint32_t size_;
+  std::uint32_t position_ = 0;
+};
+
+// Writes over the bytes of a block, which it does not own and does not grow: what does not fit is
+// refused.
+class KESTRAV_API MemoryOutputStream final : public IOutputStream {
+ public:
+  explicit MemoryOutputStream(Memory::MemBlock& block) : block_(block) {}
+
+  [[nodiscard]] bool Write(const std::uint8_t* data, std::uint32_t size) override;
+  [[nodiscard]] bool Seek(std::uint32_t position) override;
+  std::uint32_t Position() const override { return position_; }
+
+ private:
+  Memory::MemBlock& block_;
+  std::uint32_t position_ = 0;
+};
+
+}  // namespace kestrav::Io
+
+#endif  // KESTRAV_HOST_IO_MEMORY_STREAM_H_

@@ -1,0 +1,143 @@
+#include "kestrav/host/time/manual_source.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace kestrav::Time {
+namespace {
+
+thread_local bool is_worker = false;
+
+}  // namespace
+
+ManualSource::ManualSource(std::uint32_t start_ms, std::int64_t wall_scnds)
+    : start_ms_(start_ms), wall_scnds_(wall_scnds) {}
+
+ManualSource::~ManualSource() {
+  std::unique_lock lock(mutex_.Native());
+  changed_.wait(lock, [this]() NO_THREAD_SAFETY_ANALYSIS { return workers_ == 0; });
+}
+
+void ManualSource::Settle() {
+  Thread::ScopedLock lock(mutex_);
+  WaitUntilAllRest();
+}
+
+void ManualSource::Advance(std::uint32_t ms) {
+  Thread::ScopedLock lock(mutex_);
+  Pass(elapsed_ms_ + ms);
+}
+
+void ManualSource::MoveTo(std::uint64_t at_ms) {
+  Thread::ScopedLock lock(mutex_);
+  if (at_ms <= elapsed_ms_) return;
+  if (NextDue(at_ms) != nullptr) {
+    Pass(at_ms);
+  } else {
+    elapsed_ms_ = at_ms;
+  }
+}
+
+std::uint64_t ManualSource::ElapsedMs() {
+  Thread::ScopedLock lock(mutex_);
+  return elapsed_ms_;
+}
+
+void ManualSource::FailMs(std::uint32_t after) {
+  Thread::ScopedLock lock(mutex_);
+  failing_ms_ = true;
+  readings_left_ = after;
+}
+
+void ManualSource::FailWallClock() {
+  Thread::ScopedLock lock(mutex_);
+  failing_wall_ = true;
+}
+
+void ManualSource::Recover() {
+  Thread::ScopedLock lock(mutex_);
+  failing_ms_ = false;
+  failing_wall_ = false;
+}
+
+bool ManualSource::ReadMs(std::uint32_t& now_ms) {
+  Thread::ScopedLock lock(mutex_);
+  if (failing_ms_) {
+    if (readings_left_ == 0) return false;
+    --readings_left_;
+  }
+  now_ms = static_cast<std::uint32_t>(start_ms_ + elapsed_ms_);
+  return true;
+}
+
+bool ManualSource::ReadWallClockScnds(std::int64_t& now_scnds) {
+  Thread::ScopedLock lock(mutex_);
+  if (failing_wall_) return false;
+  now_scnds = wall_scnds_ + static_cast<std::int64_t>(elapsed_ms_ / 1000);
+  return true;
+}
+
+bool ManualSource::Wait(Waiter& waiter, std::uint32_t timeout_ms) {
+  Thread::ScopedLock lock(mutex_);
+  const bool limited = timeout_ms != kNoLimit;
+  if (timeout_ms == 0) return waiter.IsNotified();
+  pending_.push_back({&waiter, is_worker, limited, elapsed_ms_ + timeout_ms, false});
+  const auto self = std::prev(pending_.end());
+  changed_.notify_all();
+  lock.Unlock();
+  waiter.Block(kNoLimit);
+  lock.Lock();
+  const bool expired = self->expired;
+  pending_.erase(self);
+  changed_.notify_all();
+  return !expired;
+}
+
+void ManualSource::OnThreadStarting() {
+  Thread::ScopedLock lock(mutex_);
+  ++workers_;
+}
+
+void ManualSource::OnThreadRunning() { is_worker = true; }
+
+void ManualSource::OnThreadEnded() {
+  is_worker = false;
+  Thread::ScopedLock lock(mutex_);
+  --workers_;
+  changed_.notify_all();
+}
+
+bool ManualSource::AllRest() {
+  const auto rests = [](const Pending& p) { return p.worker && !p.waiter->IsNotified(); };
+  return static_cast<std::uint32_t>(std::count_if(pending_.begin(), pending_.end(), rests)) ==
+         workers_;
+}
+
+// The analysis cannot follow std::unique_lock.
+void ManualSource::WaitUntilAllRest() NO_THREAD_SAFETY_ANALYSIS {
+  std::unique_lock lock(mutex_.Native(), std::adopt_lock);
+  changed_.wait(lock, [this]() NO_THREAD_SAFETY_ANALYSIS { return AllRest(); });
+  lock.release();
+}
+
+ManualSource::Pending* ManualSource::NextDue(std::uint64_t until_ms) {
+  Pending* next = nullptr;
+  for (Pending& p : pending_) {
+    if (!p.limited || p.due_ms > until_ms || p.waiter->IsNotified()) continue;
+    if (next == nullptr || p.due_ms < next->due_ms) next = &p;
+  }
+  return next;
+}
+
+void ManualSource::Pass(std::uint64_t until_ms) {
+  WaitUntilAllRest();
+  while (Pending* due = NextDue(until_ms)) {
+    elapsed_ms_ = std::max(elapsed_ms_, due->due_ms);
+    due->expired = true;
+    due->waiter->Notify();
+    WaitUntilAllRest();
+  }
+  elapsed_ms_ = std::max(elapsed_ms_, until_ms);
+}
+
+}  // namespace kestrav::Time

@@ -1,0 +1,206 @@
+#include "kestrav/recording/binary_logger.h"
+
+#include <utility>
+
+#include "kestrav/host/memory/try.h"
+#include "kestrav/host/time/source.h"
+#include "kestrav/types/notification.h"
+
+namespace kestrav {
+namespace {
+
+using Lock = Thread::ScopedLock<Thread::Mutex>;
+
+constexpr std::uint64_t kDictionaryPeriodUs = 10'000'000;
+
+}  // namespace
+
+BinaryLogger::BinaryLogger(SmartPtr::Ptr<Io::IOutputStream> stream) : encoder_(std::move(stream)) {}
+
+BinaryLogger::~BinaryLogger() { StopLoggingThread(); }
+
+bool BinaryLogger::StartLogging(Thread::ThreadModule& owner, INotificationSink* engine,
+                                ClientManager* clients, InfoClientImpl* infoClient,
+                                const String& threadName) {
+  Lock lock(state_lock_);
+  if (IsLogging() || engine == nullptr || clients == nullptr || infoClient == nullptr) return false;
+  engine_ = engine;
+  clients_ = clients;
+  info_client_ = infoClient;
+  if (!StartLoggingThread(owner, threadName)) return false;
+  status_ = LoggingStarting;
+  start_event_.Set();
+  return true;
+}
+
+bool BinaryLogger::StartLoggingThread(Thread::ThreadModule& owner, const String& threadName) {
+  QuitEvent().Reset();
+  return SetName(threadName) && Start(owner);
+}
+
+bool BinaryLogger::StopLogging() {
+  Lock lock(state_lock_);
+  Quit();
+  return true;
+}
+
+bool BinaryLogger::StopLoggingThread() {
+  Quit();
+  WaitForCompletion();
+  return true;
+}
+
+bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
+  if (!IsLogging()) return false;
+  auto log_message = std::dynamic_pointer_cast<LogMessage>(message);
+  return log_message && AddMessageToList(std::move(log_message));
+}
+
+// The clock is read under the queue lock, so queue order is time order. The status is looked at
+// again under it: the last flush of a recording takes the lock after the status became off, so a
+// message is in that flush or refused. The stream is never touched here: a slow disk cannot hold up
+// a client.
+bool BinaryLogger::AddMessageToList(SmartPtr::Ptr<LogMessage> message) {
+  {
+    Lock lock(queue_lock_);
+    std::uint32_t now_ms = 0;
+    if (!IsLogging() || !Time::Source().ReadMs(now_ms)) return false;
+    message->time_stamp = now_ms;
+    if (!Memory::Try([&] { queue_.push_back(std::move(message)); })) return false;
+  }
+  data_event_.Set();
+  return true;
+}
+
+void BinaryLogger::WriteAll(Queue& queue) {
+  for (SmartPtr::Ptr<LogMessage>& message : queue) {
+    // A record that cannot be written is dropped, and the next one tried.
+    static_cast<void>(encoder_.WriteBinaryLogRecord(message));
+    message.reset();
+  }
+  queue.clear();
+}
+
+// One batch a call: the thread looks at its quit event in between, however busy the clients are.
+void BinaryLogger::FlushData() {
+  Lock lock(queue_lock_);
+  writing_.swap(queue_);
+  lock.Unlock();
+  WriteAll(writing_);
+  lock.Lock();
+  const bool dry = queue_.empty();
+  lock.Unlock();
+  if (dry) encoder_.FlushStream();
+}
+
+// Held throughout, so that no message is taken between the last record and the final header.
+void BinaryLogger::FlushAllData() {
+  Lock lock(queue_lock_);
+  WriteAll(queue_);
+}
+
+void BinaryLogger::EnableEncryption(bool enable) {
+  Lock lock(state_lock_);
+  encoder_.EnableEncryption(enable);
+}
+
+std::uint32_t BinaryLogger::GetRecordingTimeScnds() const {
+  Lock lock(state_lock_);
+  return IsLogging() ? encoder_.GetRecordingTimeScnds() : 0;
+}
+
+bool BinaryLogger::SetBinaryLogStream(const SmartPtr::Ptr<Io::IOutputStream>& stream) {
+  Lock lock(state_lock_);
+  if (IsLogging()) return false;
+  encoder_.SetLogStream(stream);
+  return true;
+}
+
+void BinaryLogger::Main() {
+  Thread::ManualResetEvent* const events[] = {&QuitEvent(), &start_event_, &data_event_};
+  for (;;) {
+    switch (Thread::WaitForFirst(events, Time::kNoLimit)) {
+      case 0:
+      case Thread::kWaitFailed:
+        // A stop may overtake the start; the messages accepted between them still get their log.
+        if (start_event_.IsSet() && !OnStart()) return;
+        dictionary_timer_.KillAll();
+        StopBinaryLogging();
+        return;
+      case 1:
+        if (!OnStart()) return;
+        break;
+      case 2:
+        // Reset first: a message that is queued while the queue is flushed sets the event again.
+        data_event_.Reset();
+        FlushData();
+        break;
+      default:
+        break;
+    }
+  }
+}
+
+bool BinaryLogger::OnStart() {
+  // Reset first: once the start has failed, the next one may set the event at any time.
+  start_event_.Reset();
+  if (!StartBinaryLogging()) return false;
+  // Without the timer the log lacks the repeated dictionaries only.
+  static_cast<void>(
+      dictionary_timer_.SetName(L"KestravDictionaryTimer") &&
+      dictionary_timer_.SetPeriodic(kDictionaryPeriodUs, [this] { LogDictionaryData(); }));
+  state_lock_.Lock();
+  INotificationSink* const engine = engine_;
+  const ClientIdSet selection = clients_->GetLoggingSelectionMap().Get();
+  state_lock_.Unlock();
+  engine->SendNotification({NotifyLoggingStarted, selection});
+  return true;
+}
+
+bool BinaryLogger::StartBinaryLogging() {
+  Lock lock(state_lock_);
+  const bool complete = engine_ != nullptr && clients_ != nullptr && info_client_ != nullptr;
+  const std::uint64_t selection = complete ? clients_->GetLoggingSelectionMap().Get().Mask() : 0;
+  if (complete && encoder_.Start(selection) && WriteFirstRecords(selection)) {
+    status_ = LoggingRunning;
+    return true;
+  }
+  status_ = LoggingOff;
+  dictionary_.clear();
+  // There is no log for what was queued meanwhile, and the next one is not its place.
+  Lock queue_lock(queue_lock_);
+  queue_.clear();
+  return false;
+}
+
+bool BinaryLogger::WriteFirstRecords(std::uint64_t selection) {
+  // A dictionary left over shows that the run before was not stopped.
+  return dictionary_.empty() && clients_->GetDictionary(dictionary_) &&
+         info_client_->WriteDictionaryRecord(dictionary_, this) &&
+         info_client_->RecordExtendedBinarySelection(selection, this);
+}
+
+void BinaryLogger::StopBinaryLogging() {
+  Lock lock(state_lock_);
+  INotificationSink* const engine = engine_;
+  const ClientIdSet selection = clients_->GetLoggingSelectionMap().Get();
+  lock.Unlock();
+  engine->SendNotification({NotifyLoggingStopped, selection});
+  lock.Lock();
+  if (IsLogging()) {
+    status_ = LoggingOff;
+    FlushAllData();
+    encoder_.Stop();
+  }
+  dictionary_.clear();
+  lock.Unlock();
+  engine->SendNotification({NotifyLoggingFinished, selection});
+}
+
+void BinaryLogger::LogDictionaryData() {
+  Lock lock(state_lock_);
+  if (dictionary_.empty()) return;
+  static_cast<void>(info_client_->WriteDictionaryRecord(dictionary_, this));
+}
+
+}  // namespace kestrav
