@@ -15,7 +15,8 @@ KestravImpl::~KestravImpl() {
   SmartPtr::Ptr<IBinaryPlayback> playback;
   playback.swap(playback_);
   lock.Unlock();
-  playback.reset();  // ends the playback thread
+  Retire(playback);
+  playback.reset();
   logger_.StopLoggingThread();
 }
 

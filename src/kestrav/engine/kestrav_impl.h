@@ -98,6 +98,8 @@ class KESTRAV_API KestravImpl : public IKestrav, public INotificationSink {
                  Arguments&&... arguments) const;
   bool IsPlaybackOff() const;
   static SmartPtr::Ptr<IBinaryPlayback> CreateBinaryPlayback(PlaybackModeType mode);
+  // Ends the thread of a playback object that the engine no longer holds.
+  static void Retire(const SmartPtr::Ptr<IBinaryPlayback>& playback);
   [[nodiscard]] bool ThreadName(const wchar_t* suffix, String& out) const;
   void StopWhatHasNoClients();
   void NotifyTime();

@@ -53,18 +53,25 @@ PlaybackModeType KestravImpl::GetBinaryPlaybackMode() const {
   return playback_mode_;
 }
 
+// Without the engine's lock, which the thread may want on its way out. Its clients may hold copies
+// of the pointer while they call the engine; once the thread has ended there is none of these.
+void KestravImpl::Retire(const SmartPtr::Ptr<IBinaryPlayback>& playback) {
+  auto* const thread = dynamic_cast<Thread::WorkerThread*>(playback.get());
+  if (thread == nullptr) return;
+  thread->Quit();
+  thread->WaitForCompletion();
+}
+
 bool KestravImpl::SetPlaybackMode(PlaybackModeType mode) {
-  // Released after the lock: its thread may need the lock to come to its end.
-  SmartPtr::Ptr<IBinaryPlayback> playback;
   Lock lock(lock_);
   if (mode > PlaybackModePassThrough) return false;
   if (mode == playback_mode_) return true;
-  playback = CreateBinaryPlayback(mode);
+  SmartPtr::Ptr<IBinaryPlayback> playback = CreateBinaryPlayback(mode);
   playback.swap(playback_);
   playback_mode_ = mode;
   const bool created = playback_ != nullptr;
   lock.Unlock();
-  playback.reset();
+  Retire(playback);
   return created;
 }
 

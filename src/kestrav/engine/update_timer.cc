@@ -26,12 +26,9 @@ void KestravImpl::StopUpdateTimer() {
   --timer_users_;
   if (timer_users_ > 0) return;
   timer_running_ = false;
-  // The kill waits for a callback, and the callback wants the lock. A start that comes meanwhile
-  // sets a timer of its own.
-  Time::Timer stopped;
-  stopped.Swap(update_timer_);
-  lock.Unlock();
-  stopped.KillAll();
+  // Not waited for: a tick in progress may want a lock that this thread holds in a client's
+  // callback.
+  update_timer_.Cancel();
 }
 
 void KestravImpl::NotifyTime() {

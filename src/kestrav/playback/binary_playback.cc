@@ -37,14 +37,15 @@ bool IBinaryPlayback::InitPlaybackClientInfo() {
 bool IBinaryPlayback::SendData(const LogMessage& message) {
   const std::uint16_t id = message.GetClientID();
   if (clients_ == nullptr || !clients_->IsDictionaryIdSelectedForPlayback(id)) return true;
-  const auto receivers = receivers_.find(id);
-  if (receivers == receivers_.end()) return false;
-  bool taken = true;
-  for (IClient* const client : receivers->second) {
+  bool taken = receivers_.contains(id);
+  // Looked up anew for each client: one of them may stop the playback, which empties the map.
+  for (std::size_t i = 0;; ++i) {
+    const auto receivers = receivers_.find(id);
+    if (receivers == receivers_.end() || i >= receivers->second.size()) return taken;
+    IClient* const client = receivers->second[i];
     // A client that throws has not taken the message.
     if (!Memory::Try([&] { taken = client->OnPlaybackData(message); })) taken = false;
   }
-  return taken;
 }
 
 void IBinaryPlayback::Notify(NotificationIdType id) const {

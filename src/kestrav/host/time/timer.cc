@@ -1,6 +1,7 @@
 #include "kestrav/host/time/timer.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "kestrav/host/memory/try.h"
@@ -15,7 +16,7 @@ struct TimerEntry {
   std::function<void()> callback;
   Thread::CritSec
       running;  // held while the callback runs; recursive, so that it may kill its timer
-  bool dead GUARDED_BY(running) = false;
+  std::atomic<bool> dead{false};
 };
 
 namespace {
@@ -129,6 +130,8 @@ bool Timer::SetName(const String& name) {
 bool Timer::SetPeriodic(std::uint64_t period_us, std::function<void()> callback) {
   constexpr std::uint64_t kLongestMs = 0x7FFFFFFF;
   Thread::ScopedLock lock(mutex_);
+  // A cancelled entry is kept while its last call may be running, for `KillAll` to wait for.
+  std::erase_if(entries_, [](const EntryPtr& e) { return e->dead && e.use_count() == 1; });
   const EntryPtr entry = Memory::MakeShared<TimerEntry>();
   if (!entry || !Memory::Try([&] { entries_.push_back(entry); })) return false;
   entry->period_ms =
@@ -139,18 +142,12 @@ bool Timer::SetPeriodic(std::uint64_t period_us, std::function<void()> callback)
   return false;
 }
 
-void Timer::Swap(Timer& other) {
-  std::vector<EntryPtr> entries;
-  {
-    Thread::ScopedLock lock(mutex_);
-    entries.swap(entries_);
-  }
-  {
-    Thread::ScopedLock lock(other.mutex_);
-    entries.swap(other.entries_);
-  }
+void Timer::Cancel() {
   Thread::ScopedLock lock(mutex_);
-  entries.swap(entries_);
+  for (const EntryPtr& entry : entries_) {
+    entry->dead = true;
+    Service().Remove(entry);
+  }
 }
 
 void Timer::KillAll() {
@@ -160,9 +157,9 @@ void Timer::KillAll() {
     entries.swap(entries_);
   }
   for (const EntryPtr& entry : entries) {
+    entry->dead = true;
     Service().Remove(entry);
     Thread::ScopedLock lock(entry->running);
-    entry->dead = true;
   }
 }
 

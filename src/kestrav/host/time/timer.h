@@ -31,8 +31,9 @@ class KESTRAV_API Timer {
   // missed are left out. false: memory, the clock or a thread was not to be had.
   [[nodiscard]] bool SetPeriodic(std::uint64_t period_us, std::function<void()> callback);
 
-  // Hands the calls set here to `other` and takes its calls.
-  void Swap(Timer& other);
+  // Ends all calls set here without waiting: none begins after the return, but one that is running
+  // on another thread may still be. For callers that hold a lock that the callback wants.
+  void Cancel();
 
   // Ends all calls set here. A callback that is running on another thread is waited for, so the
   // caller must hold no lock that the callback wants; nothing runs after the return.
