@@ -21,11 +21,6 @@ bool AskStringId(const IClient& client, String& out) {
   return Memory::Try([&] { out = client.GetClientStringID(); });
 }
 
-template <class Container, class... Value>
-bool Append(Container& out, Value&&... value) {
-  return Memory::Try([&] { out.emplace(out.end(), std::forward<Value>(value)...); });
-}
-
 template <class Map, class Key, class Value>
 bool InsertOnce(Map& map, const Key& key, Value value) {
   bool inserted = false;
@@ -56,12 +51,12 @@ bool ClientManager::UpdateClientRegister(IClient* client, const std::uint16_t& i
   String key;
   if (client == nullptr || !AskStringId(*client, key)) return false;
   if (Instances* const instances = clients_.Find(key)) {
-    if (instances->empty() || !Append(*instances, client)) return false;
+    if (instances->empty() || !Memory::Append(*instances, client)) return false;
     client->client_id = id;
     return true;
   }
   Instances first;
-  if (!Append(first, client) || !clients_.Insert(key, std::move(first))) return false;
+  if (!Memory::Append(first, client) || !clients_.Insert(key, std::move(first))) return false;
   client->client_id = id;
   return MarkIdAsUsed(id);
 }
@@ -132,7 +127,7 @@ bool ClientManager::GetClientStringId(const std::uint16_t& id, String& out) cons
   clients_.ForEach([&](const String& key, const Instances& instances) {
     if (instances.empty() || instances.front() == nullptr) return false;
     if (instances.front()->client_id != id) return true;
-    found = Memory::Try([&] { out = key; });
+    found = Memory::Copy(out, key);
     return false;
   });
   return found;
@@ -141,7 +136,7 @@ bool ClientManager::GetClientStringId(const std::uint16_t& id, String& out) cons
 bool ClientManager::GetInstanceVector(const String& stringId, std::vector<IClient*>& out) const {
   out.clear();
   const Instances* const instances = FindInstances(stringId);
-  return instances != nullptr && !instances->empty() && Memory::Try([&] { out = *instances; });
+  return instances != nullptr && !instances->empty() && Memory::Copy(out, *instances);
 }
 
 bool ClientManager::IsIdInDictionary(const std::uint16_t& id) const {
@@ -176,7 +171,7 @@ bool ClientManager::GetClientsList(std::vector<String>& out) const {
   out.clear();
   if (!Memory::Try([&] { out.reserve(clients_.Size()); })) return false;
   return clients_.ForEach([&](const String& key, const Instances&) {
-    return GetDictonaryId(key) != kNoId && Append(out, key);
+    return GetDictonaryId(key) != kNoId && Memory::Append(out, key);
   });
 }
 

@@ -45,8 +45,7 @@ bool ClientManager::OfferByMask(std::uint16_t recordedMask, std::vector<String>&
 
 bool ClientManager::OfferForPlayback(const String& stringId, std::uint16_t recordedId,
                                      std::vector<String>& out) {
-  return playback_list_.Insert(stringId, recordedId) &&
-         Memory::Try([&] { out.push_back(stringId); });
+  return playback_list_.Insert(stringId, recordedId) && Memory::Append(out, stringId);
 }
 
 bool ClientManager::SelectForPlayback(const String& stringId) {

@@ -25,7 +25,7 @@ bool KestravImpl::Init(Thread::ThreadModule* threadModule, const String& name) {
   if (GetThreadModule() == nullptr || !SetPlaybackMode(PlaybackModeNormal)) return false;
   if (!RegisterClient(&info_client_)) return false;
   Lock lock(lock_);
-  return Memory::Try([&]() NO_THREAD_SAFETY_ANALYSIS { name_ = name; });
+  return Memory::Copy(name_, name);
 }
 
 void KestravImpl::SetThreadModule(Thread::ThreadModule* threadModule) {
@@ -40,7 +40,7 @@ Thread::ThreadModule* KestravImpl::GetThreadModule() const {
 
 bool KestravImpl::ThreadName(const wchar_t* suffix, String& out) const {
   Lock lock(lock_);
-  return Memory::Try([&]() NO_THREAD_SAFETY_ANALYSIS { out = name_ + suffix; });
+  return Memory::Copy(out, name_) && Memory::Try([&] { out += suffix; });
 }
 
 bool KestravImpl::EnableEncryption(bool enable) {

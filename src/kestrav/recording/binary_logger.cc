@@ -66,7 +66,7 @@ bool BinaryLogger::AddMessageToList(SmartPtr::Ptr<LogMessage> message) {
     std::uint32_t now_ms = 0;
     if (!IsLogging() || !Time::Source().ReadMs(now_ms)) return false;
     message->time_stamp = now_ms;
-    if (!Memory::Try([&] { queue_.push_back(std::move(message)); })) return false;
+    if (!Memory::Append(queue_, std::move(message))) return false;
   }
   data_event_.Set();
   return true;

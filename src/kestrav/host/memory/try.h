@@ -21,6 +21,18 @@ template <class Step>
   }
 }
 
+// Puts `value` at the end of `container`. false: memory is short and nothing changed.
+template <class Container, class Value>
+[[nodiscard]] bool Append(Container& container, Value&& value) noexcept {
+  return Try([&] { container.emplace_back(std::forward<Value>(value)); });
+}
+
+// `to` becomes a copy of `from`. false: memory is short.
+template <class T>
+[[nodiscard]] bool Copy(T& to, const T& from) noexcept {
+  return Try([&] { to = from; });
+}
+
 // A new shared T, or an empty pointer when memory is short.
 template <class T, class... Args>
 [[nodiscard]] SmartPtr::Ptr<T> MakeShared(Args&&... args) noexcept {

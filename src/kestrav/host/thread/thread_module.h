@@ -3,9 +3,9 @@
 
 #include <cstddef>
 #include <functional>
-#include <memory>
 
 #include "kestrav/host/api.h"
+#include "kestrav/host/memory/ptr.h"
 #include "kestrav/host/text/string.h"
 
 namespace kestrav::Thread {
@@ -35,8 +35,8 @@ class KESTRAV_API ThreadModule {
 
   // Runs `body` on a new thread under `name` (cut to what the system can show). Empty: there is no
   // thread and `body` does not run.
-  virtual std::unique_ptr<IThread> Start(const String& name, std::function<void()> body,
-                                         const StartOptions& options);
+  virtual SmartPtr::Ptr<IThread> Start(const String& name, std::function<void()> body,
+                                       const StartOptions& options);
 };
 
 }  // namespace kestrav::Thread

@@ -70,14 +70,14 @@ void Apply(const StartOptions& options, pthread_attr_t& attributes) {
 
 }  // namespace
 
-std::unique_ptr<IThread> ThreadModule::Start(const String& name, std::function<void()> body,
-                                             const StartOptions& options) {
+SmartPtr::Ptr<IThread> ThreadModule::Start(const String& name, std::function<void()> body,
+                                           const StartOptions& options) {
   std::unique_ptr<Body> entry;
-  std::unique_ptr<PosixThread> thread;
+  SmartPtr::Ptr<PosixThread> thread;
   const bool allocated = Memory::Try([&] {
     entry =
         std::make_unique<Body>(Body{std::move(body), Text::ToUtf8(name).substr(0, kLongestName)});
-    thread = std::make_unique<PosixThread>();
+    thread = std::make_shared<PosixThread>();
   });
   if (!allocated) return nullptr;
   pthread_attr_t attributes;

@@ -9,28 +9,33 @@ namespace kestrav::Thread {
 
 bool WorkerThread::SetName(const String& name) {
   ScopedLock lock(mutex_);
-  return !name.empty() && Memory::Try([&] { name_ = name; });
+  return !name.empty() && Memory::Copy(name_, name);
 }
 
 bool WorkerThread::Start(ThreadModule& owner, const StartOptions& options) {
   ScopedLock lock(mutex_);
   Time::ISource* const source = &Time::Source();
   source->OnThreadStarting();
-  const bool started = Memory::Try([&] {
-    // The thread waits for the run before it, so that at most one `Main` runs.
-    auto body = [this, source, previous = thread_]() mutable {
-      source->OnThreadRunning();
-      if (previous) previous->Join();
-      previous.reset();
-      Main();
-      source->OnThreadEnded();
-    };
-    SmartPtr::Ptr<IThread> thread = owner.Start(name_, std::move(body), options);
-    if (!thread) throw std::bad_alloc();
+  SmartPtr::Ptr<IThread> thread;
+  String name;
+  bool started = Memory::Copy(name, name_);
+  started = started && Memory::Try([&, previous = thread_]() mutable {
+              // The thread waits for the run before it, so that at most one `Main` runs.
+              auto body = [this, source, previous = std::move(previous)]() mutable {
+                source->OnThreadRunning();
+                if (previous) previous->Join();
+                previous.reset();
+                Main();
+                source->OnThreadEnded();
+              };
+              thread = owner.Start(name, std::move(body), options);
+            });
+  if (started && thread) {
     thread_ = std::move(thread);
-  });
-  if (!started) source->OnThreadEnded();
-  return started;
+    return true;
+  }
+  source->OnThreadEnded();
+  return false;
 }
 
 void WorkerThread::WaitForCompletion() {

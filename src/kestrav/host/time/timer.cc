@@ -41,7 +41,7 @@ class TimerService final : public Thread::WorkerThread {
     std::uint32_t now_ms = 0;
     if (!Source().ReadMs(now_ms)) return false;
     entry->due_ms = now_ms + entry->period_ms;
-    if (!Memory::Try([&] { entries_.push_back(entry); })) return false;
+    if (!Memory::Append(entries_, entry)) return false;
     if (running_) {
       changed_.Set();
       return true;
@@ -124,7 +124,7 @@ TimerService& Service() {
 
 bool Timer::SetName(const String& name) {
   Thread::ScopedLock lock(mutex_);
-  return !name.empty() && Memory::Try([&] { name_ = name; });
+  return !name.empty() && Memory::Copy(name_, name);
 }
 
 bool Timer::SetPeriodic(std::uint64_t period_us, std::function<void()> callback) {
@@ -133,7 +133,7 @@ bool Timer::SetPeriodic(std::uint64_t period_us, std::function<void()> callback)
   // A cancelled entry is kept while its last call may be running, for `KillAll` to wait for.
   std::erase_if(entries_, [](const EntryPtr& e) { return e->dead && e.use_count() == 1; });
   const EntryPtr entry = Memory::MakeShared<TimerEntry>();
-  if (!entry || !Memory::Try([&] { entries_.push_back(entry); })) return false;
+  if (!entry || !Memory::Append(entries_, entry)) return false;
   entry->period_ms =
       static_cast<std::uint32_t>(std::clamp<std::uint64_t>(period_us / 1000, 1, kLongestMs));
   entry->callback = std::move(callback);
