@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
 namespace kestrav::Time {
 namespace {
@@ -26,6 +27,15 @@ void ManualSource::Settle() {
 void ManualSource::Advance(std::uint32_t ms) {
   Thread::ScopedLock lock(mutex_);
   Pass(elapsed_ms_ + ms);
+}
+
+bool ManualSource::AdvanceToNextDue() {
+  Thread::ScopedLock lock(mutex_);
+  WaitUntilAllRest();
+  const Pending* const next = NextDue(std::numeric_limits<std::uint64_t>::max());
+  if (next == nullptr) return false;
+  Pass(next->due_ms);
+  return true;
 }
 
 void ManualSource::MoveTo(std::uint64_t at_ms) {

@@ -31,6 +31,9 @@ class KESTRAV_API ManualSource final : public ISource {
   // time and each worker thread back at rest before the next. Settled on return.
   void Advance(std::uint32_t ms);
 
+  // Settles, then advances to the next time at which a wait comes due. false: none will.
+  bool AdvanceToNextDue();
+
   // Sets the clock to `at_ms` milliseconds after the start; a time in the past is ignored. Like
   // `Advance` when a wait comes due on the way, otherwise without waiting for anybody: for a driver
   // that feeds threads which do not look at the clock.
