@@ -24,8 +24,8 @@ struct Delivery {
 // any thread.
 class RecordingClient final : public IClient {
  public:
-  explicit RecordingClient(String string_id, std::uint16_t id = kNoId)
-      : IClient(id), string_id(std::move(string_id)) {}
+  explicit RecordingClient(String name, std::uint16_t id = kNoId)
+      : IClient(id), string_id(std::move(name)) {}
 
   bool AcceptsPlaybackOffsetData() override { return accepts_offset_data; }
   String GetClientStringID() const override { return string_id; }

@@ -23,7 +23,8 @@ bool BinaryLogger::StartLogging(Thread::ThreadModule& owner, INotificationSink* 
                                 ClientManager* clients, InfoClientImpl* infoClient,
                                 const String& threadName) {
   Lock lock(state_lock_);
-  if (IsLogging() || engine == nullptr || clients == nullptr || infoClient == nullptr) return false;
+  if (status_ != LoggingOff || engine == nullptr || clients == nullptr || infoClient == nullptr)
+    return false;
   engine_ = engine;
   clients_ = clients;
   info_client_ = infoClient;
@@ -51,7 +52,7 @@ bool BinaryLogger::StopLoggingThread() {
 }
 
 bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
-  if (!IsLogging()) return false;
+  if (status_ == LoggingOff) return false;
   auto log_message = std::dynamic_pointer_cast<LogMessage>(message);
   return log_message && AddMessageToList(std::move(log_message));
 }
@@ -64,7 +65,7 @@ bool BinaryLogger::AddMessageToList(SmartPtr::Ptr<LogMessage> message) {
   {
     Lock lock(queue_lock_);
     std::uint32_t now_ms = 0;
-    if (!IsLogging() || !Time::Source().ReadMs(now_ms)) return false;
+    if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
     message->time_stamp = now_ms;
     if (!Memory::Append(queue_, std::move(message))) return false;
   }
@@ -104,14 +105,19 @@ void BinaryLogger::EnableEncryption(bool enable) {
   encoder_.EnableEncryption(enable);
 }
 
+std::int32_t BinaryLogger::GetLoggingStatus() const {
+  Lock lock(state_lock_);
+  return status_;
+}
+
 std::uint32_t BinaryLogger::GetRecordingTimeScnds() const {
   Lock lock(state_lock_);
-  return IsLogging() ? encoder_.GetRecordingTimeScnds() : 0;
+  return status_ != LoggingOff ? encoder_.GetRecordingTimeScnds() : 0;
 }
 
 bool BinaryLogger::SetBinaryLogStream(const SmartPtr::Ptr<Io::IOutputStream>& stream) {
   Lock lock(state_lock_);
-  if (IsLogging()) return false;
+  if (status_ != LoggingOff) return false;
   encoder_.SetLogStream(stream);
   return true;
 }
@@ -187,7 +193,7 @@ void BinaryLogger::StopBinaryLogging() {
   lock.Unlock();
   engine->SendNotification({NotifyLoggingStopped, selection});
   lock.Lock();
-  if (IsLogging()) {
+  if (status_ != LoggingOff) {
     status_ = LoggingOff;
     FlushAllData();
     encoder_.Stop();

@@ -55,8 +55,9 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   bool Write(const SmartPtr::Ptr<ILogMessage>& message) override;
 
   void EnableEncryption(bool enable);
-  std::int32_t GetLoggingStatus() const { return status_; }
-  bool IsLogging() const { return status_ != LoggingOff; }
+  // Off is told only when the log is finished: a stop in progress is waited for.
+  std::int32_t GetLoggingStatus() const;
+  bool IsLogging() const { return GetLoggingStatus() != LoggingOff; }
   // Whole seconds, rounded; 0 when not logging.
   std::uint32_t GetRecordingTimeScnds() const;
   // false: logging; the stream of the recording stays.
