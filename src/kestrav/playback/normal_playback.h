@@ -83,6 +83,7 @@ class KESTRAV_API BinaryPlaybackNormalImpl final : public IBinaryPlayback,
   bool SetPlaybackSpeed(PlaybackSpeedType speed);
   bool IncreaseSpeed();
   void WaitFor(std::uint32_t span_ms) REQUIRES(lock_);
+  void CountWaitFromDue() REQUIRES(lock_);
   std::uint32_t LogStart() const REQUIRES(lock_);
   void Reset() REQUIRES(lock_);
 
@@ -97,7 +98,8 @@ class KESTRAV_API BinaryPlaybackNormalImpl final : public IBinaryPlayback,
   std::uint32_t played_ms_ GUARDED_BY(lock_) = 0;      // the position then, from the log's start
   std::uint32_t last_played_ GUARDED_BY(lock_) = 0;    // record time stamps, in milliseconds
   std::uint32_t start_target_ GUARDED_BY(lock_) = 0;
-  std::uint32_t wait_ms_ GUARDED_BY(lock_) = 0;
+  std::uint32_t wait_ms_ GUARDED_BY(lock_) = 0;       // until the next record is delivered
+  std::uint32_t wait_from_ms_ GUARDED_BY(lock_) = 0;  // the clock from which that counts
   std::uint32_t rewind_step_scnds_ GUARDED_BY(lock_) = 5;
   std::uint32_t rewind_target_scnds_ GUARDED_BY(lock_) = 0;
   PlaybackSpeedType speed_ GUARDED_BY(lock_) = PlaybackSpeedStopped;

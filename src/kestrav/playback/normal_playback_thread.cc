@@ -58,6 +58,7 @@ bool BinaryPlaybackNormalImpl::Serve(int event) {
     }
     default: {
       Lock lock(lock_);
+      CountWaitFromDue();
       done = PlayData();
       break;
     }
@@ -67,7 +68,25 @@ bool BinaryPlaybackNormalImpl::Serve(int event) {
 
 std::uint32_t BinaryPlaybackNormalImpl::GetWaitTime() const {
   Lock lock(lock_);
-  return wait_ms_;
+  std::uint32_t now_ms = 0;
+  if (wait_ms_ == 0 || wait_ms_ == Time::kNoLimit || !Time::Source().ReadMs(now_ms))
+    return wait_ms_;
+  const auto waited_ms = static_cast<std::int32_t>(now_ms - wait_from_ms_);
+  if (waited_ms <= 0) return wait_ms_;
+  const auto waited = static_cast<std::uint32_t>(waited_ms);
+  return waited < wait_ms_ ? wait_ms_ - waited : 0;
+}
+
+// The next wait counts from when this one was due, not from when the thread woke and the clients
+// were done: small delays would add up to seconds. After a long one the log goes on from here.
+void BinaryPlaybackNormalImpl::CountWaitFromDue() {
+  constexpr std::uint32_t kLongestCatchUpMs = 500;
+  if (wait_ms_ == Time::kNoLimit) return;
+  wait_from_ms_ += wait_ms_;
+  std::uint32_t now_ms = 0;
+  if (Time::Source().ReadMs(now_ms) && now_ms - wait_from_ms_ > kLongestCatchUpMs) {
+    wait_from_ms_ = now_ms;
+  }
 }
 
 // How long it takes at the present speed until `span_ms` of the log have passed.
@@ -84,8 +103,10 @@ bool BinaryPlaybackNormalImpl::StartBinaryPlayback() {
   const bool resume = status == PlaybackPaused && !offset_changed_;
   if (resume) status_ = PlaybackPlaying;
   NotifyUnlocked(lock, resume ? NotifyPlaybackResumed : NotifyPlaybackStarted);
-  if (resume) return SetPlaybackSpeed(previous_speed_) && PlayData();
-  return InitPlayback();
+  if (!resume) return InitPlayback();
+  if (!SetPlaybackSpeed(previous_speed_)) return false;
+  wait_from_ms_ = clock_base_ms_;
+  return PlayData();
 }
 
 bool BinaryPlaybackNormalImpl::PauseBinaryPlayback() {
@@ -107,6 +128,7 @@ bool BinaryPlaybackNormalImpl::InitPlayback() {
   if (!InitPlaybackTimeParams(LogStart() + 1000 * start_offset_scnds_)) return false;
   status_ = PlaybackPlaying;
   if (!SetPlaybackSpeed(speed_)) return false;
+  wait_from_ms_ = clock_base_ms_;
   skipping_to_offset_ = start_target_ > last_played_;
   if (!skipping_to_offset_) {
     WaitFor(current_message_.time_stamp - LogStart());
@@ -194,6 +216,7 @@ bool BinaryPlaybackNormalImpl::RewindAndPlay() {
   if (!InitPlaybackTimeParams(target)) return false;
   status_ = PlaybackPlaying;
   if (!SetPlaybackSpeed(PlaybackSpeed1x)) return false;
+  wait_from_ms_ = clock_base_ms_;
   NotifyUnlocked(lock, NotifyRewindFinished);
   if (current_message_.time_stamp <= start_target_) return PlayData();
   WaitFor(current_message_.time_stamp - start_target_);
