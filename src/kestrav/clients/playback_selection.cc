@@ -122,9 +122,12 @@ bool ClientManager::GetPlaybackSelectionInfo(Receivers& receivers, ClientIdSet& 
   const bool complete = playback_list_.ForEach([&](const String& key, const std::uint16_t& id) {
     if (!playback_dictionary_ids_.Contains(id)) return true;
     std::vector<IClient*> instances;
-    if (!GetPlaybackInstances(key, instances)) return false;
-    if (Ask(instances.front(), &IClient::AcceptsPlaybackOffsetData)) offsetDataIds.Add(id);
     bool inserted = false;
+    if (!GetPlaybackInstances(key, instances)) {
+      offsetDataIds.Remove(id);  // which another entry of the same recorded id may have set
+      return false;
+    }
+    if (Ask(instances.front(), &IClient::AcceptsPlaybackOffsetData)) offsetDataIds.Add(id);
     const bool stored =
         Memory::Try([&] { inserted = receivers.emplace(id, std::move(instances)).second; });
     if (stored && inserted) return true;

@@ -16,8 +16,6 @@ namespace kestrav {
 template <class Key, class Value>
 class SlotMap {
  public:
-  using Entry = std::pair<const Key, Value>;
-
   // false: the key is there already, or memory is short; nothing changed.
   [[nodiscard]] bool Insert(const Key& key, Value value) {
     if (Find(key) != nullptr) return false;
@@ -26,11 +24,11 @@ class SlotMap {
       free_.reserve(slots_.size() + 1);
       const bool reuse = !free_.empty();
       if (!reuse) slots_.reserve(GrownCapacity());
-      std::optional<Entry> entry(std::in_place, key, std::move(value));
+      Slot entry(Entry{key, std::move(value)});
       const std::size_t slot = reuse ? free_.back() : slots_.size();
       index_.emplace(key, slot);
       if (reuse) {
-        slots_[slot].emplace(std::move(*entry));
+        slots_[slot] = std::move(entry);
         free_.pop_back();
       } else {
         slots_.push_back(std::move(entry));
@@ -56,7 +54,7 @@ class SlotMap {
   Value* Find(const Key& key) { return const_cast<Value*>(std::as_const(*this).Find(key)); }
   const Value* Find(const Key& key) const {
     const auto found = index_.find(key);
-    return found == index_.end() ? nullptr : &slots_[found->second]->second;
+    return found == index_.end() ? nullptr : &slots_[found->second]->value;
   }
 
   std::size_t Size() const { return index_.size(); }
@@ -64,19 +62,25 @@ class SlotMap {
   // Calls `visit(key, value)` in slot order until it answers false; whether it never did.
   template <class Visit>
   bool ForEach(Visit&& visit) const {
-    for (const std::optional<Entry>& slot : slots_) {
-      if (slot && !visit(slot->first, slot->second)) return false;
+    for (const Slot& slot : slots_) {
+      if (slot && !visit(slot->key, slot->value)) return false;
     }
     return true;
   }
 
  private:
+  struct Entry {
+    Key key;
+    Value value;
+  };
+  using Slot = std::optional<Entry>;
+
   std::size_t GrownCapacity() const {
     return slots_.size() < slots_.capacity() ? slots_.capacity() : 2 * slots_.size() + 8;
   }
 
   std::unordered_map<Key, std::size_t> index_;
-  std::vector<std::optional<Entry>> slots_;
+  std::vector<Slot> slots_;
   std::vector<std::size_t> free_;
 };
 

@@ -114,9 +114,10 @@ bool KestravImpl::StartLogging() {
   Thread::ThreadModule* const owner = GetThreadModule();
   if (owner == nullptr || IsLogging() || clients_.IsLoggingSelectionEmpty()) return false;
   // Every log carries the dictionary, which the info client writes.
-  if (!clients_.SelectForLogging(info_client_.GetClientStringID())) return false;
+  String info_client;
+  if (!Memory::Copy(info_client, InfoClientImpl::s_InfoClientString)) return false;
   String thread_name;
-  return ThreadName(L"-Logging", thread_name) &&
+  return clients_.SelectForLogging(info_client) && ThreadName(L"-Logging", thread_name) &&
          logger_.StartLogging(*owner, this, &clients_, &info_client_, thread_name) &&
          StartUpdateTimer();
 }

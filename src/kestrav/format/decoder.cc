@@ -28,10 +28,13 @@ ResultCode Fill(LogMessage& message, const BinaryLogRecordHeader& header, const 
 
 Reader::Reader(SmartPtr::Ptr<Io::IInputStream> stream) : stream_(std::move(stream)) {}
 
-bool Reader::SetOffset(std::uint32_t offset) { return stream_ && stream_->Seek(offset); }
+bool Reader::SetOffset(std::uint32_t offset) {
+  return stream_ ? stream_->Seek(offset) : offset == 0;
+}
 
 bool Reader::ReadData(std::uint8_t* data, std::uint32_t size) {
-  return data != nullptr && stream_ && stream_->Read(data, size);
+  if (data == nullptr) return false;
+  return stream_ ? stream_->Read(data, size) : size == 0;
 }
 
 BinaryDecoder::BinaryDecoder(SmartPtr::Ptr<Io::IInputStream> stream) : Reader(std::move(stream)) {}
@@ -45,7 +48,8 @@ bool BinaryDecoder::StartReading(ResultCode header_read) {
 }
 
 bool BinaryDecoder::Initialize() {
-  return StartReading(SetOffset(0) ? ReadBinaryLogStreamHeader(stream_header_) : kDamaged);
+  return StartReading(IsStreamValid() && SetOffset(0) ? ReadBinaryLogStreamHeader(stream_header_)
+                                                      : kDamaged);
 }
 
 bool BinaryDecoder::Initialize(const Memory::MemBlock& header) {

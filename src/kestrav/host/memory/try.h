@@ -28,8 +28,8 @@ template <class Container, class Value>
 }
 
 // `to` becomes a copy of `from`. false: memory is short.
-template <class T>
-[[nodiscard]] bool Copy(T& to, const T& from) noexcept {
+template <class To, class From>
+[[nodiscard]] bool Copy(To& to, const From& from) noexcept {
   return Try([&] { to = from; });
 }
 

@@ -7,7 +7,7 @@
 
 namespace kestrav::Thread {
 
-bool WorkerThread::SetName(const String& name) {
+bool WorkerThread::SetName(std::wstring_view name) {
   ScopedLock lock(mutex_);
   return !name.empty() && Memory::Copy(name_, name);
 }

@@ -1,6 +1,8 @@
 #ifndef KESTRAV_HOST_THREAD_WORKER_THREAD_H_
 #define KESTRAV_HOST_THREAD_WORKER_THREAD_H_
 
+#include <string_view>
+
 #include "kestrav/host/api.h"
 #include "kestrav/host/memory/ptr.h"
 #include "kestrav/host/text/string.h"
@@ -20,7 +22,7 @@ class KESTRAV_API WorkerThread {
   WorkerThread& operator=(const WorkerThread&) = delete;
 
   // false: the name is empty or memory is short. Used by the next `Start`.
-  [[nodiscard]] bool SetName(const String& name);
+  [[nodiscard]] bool SetName(std::wstring_view name);
 
   // Asks `owner` to run `Main` on a thread. A run that is still on its way out is waited for by the
   // new thread, never by the caller. false: no thread could be started.

@@ -122,7 +122,7 @@ TimerService& Service() {
 
 }  // namespace
 
-bool Timer::SetName(const String& name) {
+bool Timer::SetName(std::wstring_view name) {
   Thread::ScopedLock lock(mutex_);
   return !name.empty() && Memory::Copy(name_, name);
 }

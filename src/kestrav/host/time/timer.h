@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string_view>
 #include <vector>
 
 #include "kestrav/host/api.h"
@@ -24,7 +25,7 @@ class KESTRAV_API Timer {
   Timer& operator=(const Timer&) = delete;
 
   // For whoever looks at timers from outside. false: the name is empty or memory is short.
-  [[nodiscard]] bool SetName(const String& name);
+  [[nodiscard]] bool SetName(std::wstring_view name);
 
   // Calls `callback` every `period_us` microseconds (whole milliseconds, at least one), the first
   // time one period from now. A call that comes late does not shift the later ones; calls that were
