@@ -84,14 +84,16 @@ class KESTRAV_API IKestrav {
   virtual bool SetStartPlaybackOffsetScnds(unsigned int offsetScnds) = 0;
   virtual bool SetStartPlaybackSpeed(PlaybackSpeedType speed) = 0;
   // Starts to record the selected clients to the stream. false: recording already, nothing
-  // selected, or no thread. Notification 0 tells that the log runs.
+  // selected, or no thread. Notification 0 tells that the log runs: messages written earlier stand
+  // in front of the dictionary, where a playback does not look for it.
   virtual bool StartLogging() = 0;
   virtual bool StartPlayback() = 0;
   // Returns at once; notification 9 tells that the log is finished.
   virtual bool StopLogging() = 0;
   // `wait`: returns when the playback thread has ended; never from a client's callback.
   virtual void StopPlayback(bool wait) = 0;
-  // Stops a recording, a playback, that has no selected client left.
+  // Stops a recording, a playback, that has no selected client left. A client that is played to may
+  // still be called until the playback has stopped.
   virtual bool UnRegisterClient(IClient* client) = 0;
   virtual bool UnRegisterClient(const String& clientId) = 0;
   // Hands a message over to be recorded; `message` must not be empty. The payload then belongs to
