@@ -14,22 +14,24 @@ struct Gearbox final : IClient {
 int main() {
   Thread::ThreadModule threads;
   Gearbox gearbox;
-  bool good = true;
-  KestravImpl recorder;  // its end finishes the log
-  const auto on_notification = [&](const NotificationInfo& info) {
-    if (info.id != NotifyLoggingStarted) return;
-    for (const std::uint8_t gear : {1, 2}) {
-      const auto message = std::make_shared<LogMessage>();
-      good = good && message->Assign(gearbox.client_id, 1, &gear, 1, 0) &&
-             recorder.WriteData(message);
-    }
-    recorder.StopLogging();
-  };
-  const auto file = std::make_shared<Io::BufferedFileOutputStream>();
-  const bool started = file->Open(L"embed.klog", Io::OpenMode::kCreate) &&
-                       recorder.Init(&threads, L"Demo") && recorder.RegisterClient(&gearbox) &&
-                       recorder.SelectForLogging(L"Gearbox") &&
-                       recorder.notifier.Connect(on_notification) != 0 &&
-                       recorder.SetLoggingOutputStream(file) && recorder.StartLogging();
-  return started && good ? 0 : 1;
+  bool started = false;
+  bool written = true;
+  {
+    KestravImpl recorder;  // its end finishes the log
+    const auto on_notification = [&](const NotificationInfo& info) {
+      if (info.id != NotifyLoggingStarted) return;
+      for (const std::uint8_t gear : {1, 2}) {
+        const auto message = std::make_shared<LogMessage>();
+        const bool filled = message->Assign(gearbox.client_id, 1, &gear, 1, 0);
+        written = filled && recorder.WriteData(message) && written;
+      }
+    };
+    const auto file = std::make_shared<Io::BufferedFileOutputStream>();
+    started = file->Open(L"embed.klog", Io::OpenMode::kCreate) &&
+              recorder.Init(&threads, L"Demo") && recorder.RegisterClient(&gearbox) &&
+              recorder.SelectForLogging(L"Gearbox") &&
+              recorder.notifier.Connect(on_notification) != 0 &&
+              recorder.SetLoggingOutputStream(file) && recorder.StartLogging();
+  }
+  return started && written ? 0 : 1;
 }
