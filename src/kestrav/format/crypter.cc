@@ -31,7 +31,7 @@ void Crypter::ChangeKey(std::uint8_t& out, std::uint32_t index) const {
 }
 
 void Crypter::ModifyData(std::uint8_t* data, std::uint8_t key, std::uint32_t size) {
-  const std::uint64_t wide_key = key * 0x0101010101010101;
+  const std::uint64_t wide_key = std::uint64_t{key} * 0x0101010101010101;
   std::uint32_t done = 0;
   for (; size - done >= sizeof(wide_key); done += sizeof(wide_key)) {
     std::uint64_t word;

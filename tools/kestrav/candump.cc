@@ -1,0 +1,140 @@
+#include <algorithm>
+#include <charconv>
+
+#include "kestrav/host/memory/byte_order.h"
+#include "trace_parser.h"
+
+// The log format of candump: `(1611136682.761619) can0 200#02020221022EC000`. The payload is the
+// frame as the Linux kernel hands it out: id with flags, length, three zero bytes, eight data
+// bytes.
+
+namespace kestrav::tool {
+namespace {
+
+constexpr std::size_t kFrameSize = 16;
+constexpr std::size_t kLongestData = 8;
+constexpr std::uint32_t kExtendedFlag = 0x80000000;
+constexpr std::uint32_t kRemoteFlag = 0x40000000;
+constexpr std::uint32_t kErrorFlag = 0x20000000;
+constexpr std::uint32_t kStandardIds = 0x7FF;
+constexpr std::uint32_t kExtendedIds = 0x1FFFFFFF;
+
+bool ReadHex(std::string_view text, std::uint32_t& value) {
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value, 16);
+  return error == std::errc() && stop == end;
+}
+
+// Takes what is before `delimiter` off the front of `text`, and the delimiter.
+bool TakeUpTo(std::string_view& text, char delimiter, std::string_view& part) {
+  const std::size_t at = text.find(delimiter);
+  if (at == std::string_view::npos) return false;
+  part = text.substr(0, at);
+  text.remove_prefix(at + 1);
+  return true;
+}
+
+bool ReadTime(std::string_view text, std::int64_t& time_ms) {
+  constexpr std::size_t kMostFractionDigits = 9;
+  std::string_view whole;
+  std::int64_t scnds = 0;
+  std::int64_t fraction = 0;
+  if (!TakeUpTo(text, '.', whole) || whole.size() > 12 || !ReadDigits(whole, scnds)) return false;
+  if (text.size() < 3 || text.size() > kMostFractionDigits || !ReadDigits(text, fraction)) {
+    return false;
+  }
+  if (!ReadDigits(text.substr(0, 3), fraction)) return false;
+  time_ms = scnds * 1000 + fraction;
+  return true;
+}
+
+bool ReadId(std::string_view text, std::uint32_t& id) {
+  if (!ReadHex(text, id)) return false;
+  if (text.size() == 3) return id <= kStandardIds;
+  if (text.size() != 8) return false;
+  if ((id & kErrorFlag) != 0) return (id & ~(kErrorFlag | kExtendedIds)) == 0;
+  if (id > kExtendedIds) return false;
+  id |= kExtendedFlag;
+  return true;
+}
+
+bool ReadRemoteLength(std::string_view text, std::uint8_t& length) {
+  if (text.empty()) return true;
+  if (text.size() != 1 || text[0] < '0' || text[0] > '8') return false;
+  length = static_cast<std::uint8_t>(text[0] - '0');
+  return true;
+}
+
+bool ReadData(std::string_view text, std::uint8_t* data, std::uint8_t& length) {
+  if (text.size() % 2 != 0 || text.size() > 2 * kLongestData) return false;
+  for (std::size_t i = 0; i < text.size() / 2; ++i) {
+    std::uint32_t byte = 0;
+    if (!ReadHex(text.substr(2 * i, 2), byte)) return false;
+    data[i] = static_cast<std::uint8_t>(byte);
+  }
+  length = static_cast<std::uint8_t>(text.size() / 2);
+  return true;
+}
+
+bool ReadFrame(std::string_view text, std::uint8_t* frame) {
+  std::string_view id_text;
+  std::uint32_t id = 0;
+  if (!TakeUpTo(text, '#', id_text) || !ReadId(id_text, id)) return false;
+  std::uint8_t& length = frame[4];
+  if (!text.empty() && text[0] == 'R') {
+    id |= kRemoteFlag;
+    if (!ReadRemoteLength(text.substr(1), length)) return false;
+  } else if (!ReadData(text, frame + 8, length)) {
+    return false;
+  }
+  Memory::PutLittleEndian(frame, id);
+  return true;
+}
+
+class CandumpParser final : public TraceParser {
+ public:
+  ParsedLine Parse(std::string_view line) override {
+    constexpr std::uint16_t kFrameDataId = 1;
+    ParsedLine parsed;
+    std::int64_t time_ms = 0;
+    std::uint8_t frame[kFrameSize] = {};
+    if (!ReadLine(line, time_ms, frame)) {
+      parsed.payload = line;
+      return parsed;
+    }
+    parsed.data_id = kFrameDataId;
+    parsed.time_ms = time_ms;
+    parsed.payload.assign(reinterpret_cast<const char*>(frame), kFrameSize);
+    is_unix_time_ = is_unix_time_ || IsUnixTime(time_ms);
+    return parsed;
+  }
+
+  std::optional<std::int64_t> UnixOffsetMs() const override {
+    return is_unix_time_ ? std::optional<std::int64_t>(0) : std::nullopt;
+  }
+
+ private:
+  static bool ReadLine(std::string_view line, std::int64_t& time_ms, std::uint8_t* frame) {
+    std::string_view time;
+    std::string_view interface;
+    if (line.empty() || line[0] != '(') return false;
+    line.remove_prefix(1);
+    return TakeUpTo(line, ')', time) && ReadTime(time, time_ms) && !line.empty() &&
+           line[0] == ' ' && (line.remove_prefix(1), TakeUpTo(line, ' ', interface)) &&
+           !interface.empty() && ReadFrame(line, frame);
+  }
+
+  bool is_unix_time_ = false;
+};
+
+}  // namespace
+
+bool ReadDigits(std::string_view text, std::int64_t& value) {
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  if (text.empty() || !std::all_of(text.begin(), text.end(), is_digit)) return false;
+  return std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
+}
+
+std::unique_ptr<TraceParser> MakeCandumpParser() { return std::make_unique<CandumpParser>(); }
+
+}  // namespace kestrav::tool

@@ -1,0 +1,43 @@
+#ifndef KESTRAV_TOOLS_OS_H_
+#define KESTRAV_TOOLS_OS_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// What the tool asks of the operating system itself: terminals, signals, live input.
+
+namespace kestrav::tool {
+
+// Writing into a pipe that nobody reads, or beyond the largest file that the user may write, then
+// fails instead of ending the program.
+void IgnoreWriteSignals();
+
+bool IsErrorTerminal();  // whether standard error is one
+bool IsOutputFile();     // whether standard output goes to a file
+
+// The system's words for an errno value.
+std::string ErrorText(int error);
+
+// Standard input as it comes in, until it ends or the user interrupts (Ctrl-C, or a request to
+// terminate). While such an object exists, the first interrupt ends the input, not the program; a
+// second one ends the program. At most one object at a time.
+class LiveInput {
+ public:
+  enum class Result { kData, kNothingYet, kEnd, kInterrupted, kError };
+
+  LiveInput();
+  ~LiveInput();
+  LiveInput(const LiveInput&) = delete;
+  LiveInput& operator=(const LiveInput&) = delete;
+
+  // Waits for input, at most `timeout_ms` (negative: no limit), and reads up to `room` bytes into
+  // `data`; `size` says how many. kError: `error` holds the errno value.
+  Result Read(char* data, std::size_t room, int timeout_ms, std::size_t& size);
+
+  int error = 0;
+};
+
+}  // namespace kestrav::tool
+
+#endif  // KESTRAV_TOOLS_OS_H_

@@ -1,0 +1,78 @@
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "exit_codes.h"
+#include "os.h"
+
+namespace kestrav::tool {
+namespace {
+
+int interrupt_pipe[2] = {-1, -1};  // a signal handler can reach nothing but statics
+
+void OnInterrupt(int /*signal*/) {
+  const int before = errno;
+  const char byte = 0;
+  static_cast<void>(!write(interrupt_pipe[1], &byte, 1));
+  errno = before;
+}
+
+void Handle(int signal, void (*handler)(int), int flags) {
+  struct sigaction action {};
+  action.sa_handler = handler;
+  action.sa_flags = flags;
+  sigemptyset(&action.sa_mask);
+  sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+void IgnoreWriteSignals() {
+  for (const int signal : {SIGPIPE, SIGXFSZ}) Handle(signal, SIG_IGN, 0);
+}
+
+bool IsErrorTerminal() { return isatty(STDERR_FILENO) == 1; }
+
+bool IsOutputFile() {
+  struct stat status {};
+  return fstat(STDOUT_FILENO, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string ErrorText(int error) { return std::generic_category().message(error); }
+
+LiveInput::LiveInput() {
+  if (pipe2(interrupt_pipe, O_CLOEXEC | O_NONBLOCK) != 0) throw Failure(ErrorText(errno));
+  for (const int signal : {SIGINT, SIGTERM}) Handle(signal, OnInterrupt, SA_RESTART | SA_RESETHAND);
+}
+
+LiveInput::~LiveInput() {
+  for (const int signal : {SIGINT, SIGTERM}) Handle(signal, SIG_DFL, 0);
+  for (int& end : interrupt_pipe) {
+    close(end);
+    end = -1;
+  }
+}
+
+LiveInput::Result LiveInput::Read(char* data, std::size_t room, int timeout_ms, std::size_t& size) {
+  size = 0;
+  pollfd waits[] = {{interrupt_pipe[0], POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+  const int ready = poll(waits, 2, timeout_ms);
+  if (ready == 0 || (ready < 0 && errno == EINTR)) return Result::kNothingYet;
+  if (ready > 0 && waits[0].revents != 0) return Result::kInterrupted;
+  const ssize_t got = ready < 0 ? -1 : read(STDIN_FILENO, data, room);
+  if (got == 0) return Result::kEnd;
+  if (got < 0) {
+    if (errno == EINTR || errno == EAGAIN) return Result::kNothingYet;
+    error = errno;
+    return Result::kError;
+  }
+  size = static_cast<std::size_t>(got);
+  return Result::kData;
+}
+
+}  // namespace kestrav::tool

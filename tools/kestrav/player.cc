@@ -1,0 +1,185 @@
+#include "player.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "exit_codes.h"
+#include "kestrav/format/decoder.h"
+#include "kestrav/host/io/file_stream.h"
+#include "kestrav/host/text/string.h"
+#include "os.h"
+
+namespace kestrav::tool {
+namespace {
+
+using Io::BufferedFileInputStream;
+
+std::shared_ptr<BufferedFileInputStream> OpenFile(const std::string& path) {
+  auto file = std::make_shared<BufferedFileInputStream>();
+  if (!file->Open(Text::FromUtf8(path))) {
+    throw Failure(path + ": " + ErrorText(file->Error()));
+  }
+  return file;
+}
+
+// Without a dictionary a log can be played to clients with the fixed ids that its header names.
+Dictionary NamesByMask(std::uint16_t mask) {
+  Dictionary names;
+  for (std::uint16_t id = 0; id < 16; ++id) {
+    const bool recorded = (mask >> id & 1) != 0 && id != kInfoClientId;
+    if (recorded) names.emplace(L"Client " + std::to_wstring(id), id);
+  }
+  return names;
+}
+
+}  // namespace
+
+class Player::Client final : public IClient {
+ public:
+  Client(String string_id, std::uint16_t id, bool history, PlayOutput& output)
+      : IClient(id),
+        string_id_(std::move(string_id)),
+        name_(Text::ToUtf8(string_id_)),
+        history_(history),
+        output_(output) {}
+
+  const std::string& Name() const { return name_; }
+
+  bool AcceptsPlaybackOffsetData() override { return history_; }
+  String GetClientStringID() const override { return string_id_; }
+  bool IsUserSelectableForLogging() override { return false; }
+  bool IsUserSelectableForPlayback() override { return true; }
+  bool OnPlaybackData(const ILogMessage& message) override {
+    return output_.Deliver(name_, dynamic_cast<const LogMessage&>(message));
+  }
+
+ private:
+  const String string_id_;
+  const std::string name_;
+  const bool history_;
+  PlayOutput& output_;
+};
+
+Player::Log Player::ReadLog(const std::string& path) {
+  BinaryDecoder decoder(OpenFile(path));
+  if (!decoder.Initialize()) throw Failure(path + ": not a log");
+  Log log;
+  log.header = decoder.StreamHeader();
+  LogMessage first;
+  Memory::MemBlock payload;
+  const bool found = decoder.GetNextLogRecord(first) == kSuccess &&
+                     first.GetClientID() == kInfoClientId &&
+                     first.GetDataID() == kDictionaryDataId &&
+                     payload.Assign(first.GetDataPointer(), first.GetDataSize());
+  if (found) static_cast<void>(InfoClientUtility::ReadDictionaryData(log.dictionary, payload));
+  return log;
+}
+
+Player::Player(const std::string& path, const Log& log, const PlayerSettings& settings,
+               PlayOutput& output)
+    : path_(path), output_(output) {
+  if (!engine_.Init(&threads_, L"kestrav") || !engine_.SetPlaybackMode(settings.mode)) {
+    Fail("the recorder cannot be set up");
+  }
+  AddClients(log, settings);
+  if (settings.mode != PlaybackModePassThrough) OpenLog(settings);
+  ApplySettings(settings);
+  const auto on_notification = [this](const NotificationInfo& info) {
+    output_.Notify(info);
+    if (info.id == NotifyEndOfLog) ended_ = true;
+    if (info.id == NotifyPlaybackStopped) stopped_ = true;
+    if (IsOver() && on_change_) on_change_();
+  };
+  if (engine_.notifier.Connect(on_notification) == 0) Fail("the recorder cannot be set up");
+}
+
+Player::~Player() = default;
+
+void Player::Fail(const std::string& reason) const { throw Failure(path_ + ": " + reason); }
+
+void Player::AddClients(const Log& log, const PlayerSettings& settings) {
+  const bool named = !log.dictionary.empty();
+  const Dictionary names = named ? log.dictionary : NamesByMask(log.header.client_selection);
+  for (const auto& [string_id, id] : names) {
+    if (string_id == InfoClientImpl::s_InfoClientString) continue;
+    auto client =
+        std::make_unique<Client>(string_id, named ? kNoId : id, settings.history, output_);
+    const auto& wanted = settings.clients;
+    const bool is_wanted = wanted.empty() || std::ranges::count(wanted, client->Name()) > 0;
+    if (!is_wanted) continue;
+    if (engine_.RegisterClient(client.get())) {
+      clients_.push_back(std::move(client));
+    } else {
+      output_.Say("kestrav: play: " + path_ + ": cannot play to the client '" + client->Name() +
+                  "', whose name is not valid");
+    }
+  }
+  for (const std::string& name : settings.clients) {
+    const auto is_named = [&name](const auto& client) { return client->Name() == name; };
+    if (std::ranges::none_of(clients_, is_named)) Fail("there is no client '" + name + "' in it");
+  }
+  if (clients_.empty()) Fail("there is no client in it to play to");
+}
+
+void Player::OpenLog(const PlayerSettings& settings) {
+  unsigned int length_ms = 0;
+  unsigned int size = 0;
+  std::vector<String> offered;
+  if (!engine_.SetPlaybackInputStream(OpenFile(path_))) Fail("the log cannot be opened");
+  if (!engine_.GetPlaybackAttributes(length_ms, size, offered)) {
+    Fail(size == 0 ? "the recording was not finished, its header lacks length and duration"
+                   : "there is no client in it to play to");
+  }
+  for (const String& string_id : offered) {
+    if (!engine_.SelectForPlayback(string_id)) Fail("a client cannot be selected");
+  }
+  if (settings.offset_scnds && !engine_.SetStartPlaybackOffsetScnds(*settings.offset_scnds)) {
+    Fail("--from " + std::to_string(*settings.offset_scnds) + " is beyond its end at " +
+         std::to_string(length_ms / 1000) + " s");
+  }
+}
+
+void Player::ApplySettings(const PlayerSettings& settings) {
+  if (settings.mode != PlaybackModeNormal) return;
+  engine_.SetPlaybackRewindTimeScnds(settings.rewind_scnds);
+  if (!engine_.SetStartPlaybackSpeed(settings.speed)) Fail("the speed is refused");
+}
+
+void Player::Start(std::function<void()> on_change) {
+  on_change_ = std::move(on_change);
+  output_.Begin();
+  if (!engine_.StartPlayback()) Fail("the playback cannot be started");
+}
+
+void Player::Poll(const std::function<bool()>& interrupted) {
+  Start({});
+  while (!IsOver() && !interrupted()) {
+    if (!engine_.PlaybackNextMessage()) break;
+  }
+  engine_.StopPlayback(false);
+}
+
+void Player::PassThrough(const std::function<bool()>& interrupted) {
+  const auto walked = OpenFile(path_);
+  const auto read = OpenFile(path_);
+  BinaryDecoder walk(walked);
+  Memory::MemBlock piece;
+  const auto hand_in = [&](std::uint32_t at, std::uint32_t size) {
+    return piece.Resize(size) && read->Seek(at) && read->Read(piece.Data(), size) &&
+           engine_.PlaybackData(piece);
+  };
+  Start({});
+  bool taken = walk.Initialize() && hand_in(0, kStreamHeaderSize);
+  ResultCode code = kSuccess;
+  while (taken && !interrupted()) {
+    BinaryLogRecordHeader header;
+    code = walk.GetNextLogRecordHeader(header);
+    if (code != kSuccess) break;
+    const std::uint32_t size = kRecordHeaderSize + header.payload_size;
+    taken = hand_in(walk.Getoffset() - size, size);
+  }
+  ended_ = taken && code == kNotEnoughData && walk.GetRemainingBytes() == 0;
+  engine_.StopPlayback(false);
+}
+
+}  // namespace kestrav::tool

@@ -1,0 +1,125 @@
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "commands.h"
+#include "line_reader.h"
+#include "log_recorder.h"
+#include "os.h"
+#include "progress.h"
+#include "source_spec.h"
+#include "text.h"
+
+namespace kestrav::tool {
+namespace {
+
+constexpr std::uint16_t kLineDataId = 1;
+
+struct RecordOptions {
+  std::string out;
+  bool plain = false;
+  std::string source;
+};
+
+SourceSpec ParseLiveSource(const std::string& text) {
+  const SourceSpec spec = ParseSourceSpec(text, {"lines"});
+  if (spec.name.empty())
+    throw Failure(text + ": the source has no name, as in NAME=lines:-", kWrongUsage);
+  if (spec.file != "-")
+    throw Failure(text + ": only standard input (-) can be recorded", kWrongUsage);
+  return spec;
+}
+
+class LineRecording {
+ public:
+  LineRecording(LogRecorder& recorder, std::size_t client) : recorder_(recorder), client_(client) {}
+
+  // Until the end of the input or an interrupt.
+  void Run(LiveInput& input) {
+    std::vector<char> buffer(64 * 1024);
+    for (;;) {
+      ShowStatus();
+      std::size_t size = 0;
+      const LiveInput::Result result =
+          input.Read(buffer.data(), buffer.size(), status_.IsEnabled() ? 250 : -1, size);
+      if (result == LiveInput::Result::kNothingYet) continue;
+      cutter_.Add({buffer.data(), size});
+      if (result != LiveInput::Result::kData) cutter_.End();
+      WriteLines();
+      if (result == LiveInput::Result::kError) {
+        read_error_ = input.error;
+        return;
+      }
+      if (result != LiveInput::Result::kData) return;
+    }
+  }
+
+  int ReadError() const { return read_error_; }
+
+ private:
+  void WriteLines() {
+    std::string_view line;
+    while (cutter_.Next(line)) {
+      if (!line.empty()) recorder_.Write(client_, kLineDataId, line);
+    }
+    if (cutter_.IsTooLong()) throw Failure("standard input: a line is longer than 64 MiB");
+  }
+
+  void ShowStatus() {
+    if (!status_.IsDue()) return;
+    const auto elapsed = std::chrono::steady_clock::now() - start_;
+    const auto scnds = std::chrono::duration_cast<std::chrono::seconds>(elapsed).count();
+    const std::string time = HumanDuration(1000 * static_cast<std::int64_t>(scnds));
+    status_.Show("recording " + time.substr(0, time.size() - 4) + "  " +
+                 Counted(recorder_.Records(), "record", "records") + "  " +
+                 HumanSize(recorder_.PayloadBytes()) + "  (Ctrl-C ends)");
+  }
+
+  LogRecorder& recorder_;
+  const std::size_t client_;
+  LineCutter cutter_;
+  int read_error_ = 0;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  Progress status_;
+};
+
+ExitCode Record(const RecordOptions& options) {
+  const SourceSpec spec = ParseLiveSource(options.source);
+  LiveInput input;
+  LogRecorder recorder(options.out, options.out, options.plain);
+  const std::size_t client = recorder.AddClient(spec.name);
+  recorder.Start();
+  int read_error = 0;
+  {
+    LineRecording recording(recorder, client);
+    recording.Run(input);
+    read_error = recording.ReadError();
+  }
+  recorder.Finish();
+  if (read_error != 0) throw Failure("standard input: " + ErrorText(read_error));
+  std::printf("%s: %s, %s\n", options.out.c_str(),
+              Counted(recorder.Records(), "record", "records").c_str(),
+              HumanSize(recorder.PayloadBytes()).c_str());
+  return kDone;
+}
+
+}  // namespace
+
+void AddRecord(CLI::App& app, ExitCode& exit_code) {
+  const auto options = std::make_shared<RecordOptions>();
+  CLI::App* const command =
+      app.add_subcommand("record", "Record lines of standard input as they come");
+  command->add_option("-o,--output", options->out, "The log to write")->required();
+  command->add_flag("--plain", options->plain, "Do not scramble the records");
+  command->add_option("SOURCE", options->source, "NAME=lines:-")->required();
+  command->footer(
+      "Each line becomes a record of the client NAME with data id 1, stamped with the time at "
+      "which\n"
+      "it came. The end of the input, Ctrl-C and a request to terminate all finish the log.");
+  command->callback([options, &exit_code] { exit_code = Record(*options); });
+}
+
+}  // namespace kestrav::tool
