@@ -187,25 +187,21 @@ void AddOptions(CLI::App& command, Options& options) {
                                                              {"jsonl", PlayFormat::kJsonl}};
   command.add_option("LOG", options.path, "The log")->required();
   command.add_option("--client", options.player.clients, "Play to this client only; repeatable")
-      ->type_name("NAME")
-      ->allow_extra_args(false);
-  command.add_option("--mode", options.player.mode, "normal, polling or pass-through")
+      ->allow_extra_args(false)
+      ->option_text("NAME");
+  command.add_option("--mode", options.player.mode, "How to play it")
       ->transform(CLI::CheckedTransformer(kModes))
-      ->type_name("MODE")
-      ->default_str("normal");
-  auto* const speed = command.add_option("--speed", options.player.speed, "1, 2, 4 or 10")
+      ->option_text("normal|polling|pass-through");
+  auto* const speed = command.add_option("--speed", options.player.speed, "How fast to play it")
                           ->transform(CLI::CheckedTransformer(kSpeeds))
-                          ->type_name("FACTOR")
-                          ->default_str("1");
+                          ->option_text("1|2|4|10");
   command.add_option("--from", options.player.offset_scnds, "Start this far into the log")
-      ->type_name("SECONDS");
-  command.add_option("--rewind", options.player.rewind_scnds, "How far the key r goes back")
-      ->type_name("SECONDS")
-      ->capture_default_str();
-  command.add_option("--format", options.format, "text or jsonl")
+      ->option_text("SECONDS");
+  command.add_option("--rewind", options.player.rewind_scnds, "How far the key r goes back (5)")
+      ->option_text("SECONDS");
+  command.add_option("--format", options.format, "What to print")
       ->transform(CLI::CheckedTransformer(kFormats))
-      ->type_name("FORMAT")
-      ->default_str("text");
+      ->option_text("text|jsonl");
   command.add_flag("--history", options.player.history,
                    "The clients take their records from before --from at once");
   command.add_flag("--unpaced", options.unpaced, "Do not wait between records")->excludes(speed);
