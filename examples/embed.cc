@@ -20,7 +20,7 @@ int main() {
     KestravImpl recorder;  // its end finishes the log
     const auto on_notification = [&](const NotificationInfo& info) {
       if (info.id != NotifyLoggingStarted) return;
-      for (const std::uint8_t gear : {1, 2}) {
+      for (std::uint8_t gear = 1; gear <= 2; ++gear) {
         const auto message = std::make_shared<LogMessage>();
         const bool filled = message->Assign(gearbox.client_id, 1, &gear, 1, 0);
         written = filled && recorder.WriteData(message) && written;

@@ -1,3 +1,5 @@
+#include <thread>
+
 #include "unit/engine/engine_fixture.h"
 
 namespace kestrav::test {

@@ -1,4 +1,6 @@
+#include <condition_variable>
 #include <limits>
+#include <mutex>
 
 #include "unit/recording/logger_fixture.h"
 
