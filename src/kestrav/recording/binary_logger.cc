@@ -139,7 +139,9 @@ void BinaryLogger::Main() {
       case 2:
         // Reset first: a message that is queued while the queue is flushed sets the event again.
         data_event_.Reset();
-        FlushData();
+        // A writer may be faster than the start event. The stream header comes first, and the first
+        // records of the log set the event again.
+        if (status_ == LoggingRunning) FlushData();
         break;
       default:
         break;

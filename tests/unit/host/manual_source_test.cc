@@ -250,7 +250,6 @@ TEST(ManualSource, IsOutlivedByNoThreadThatStartedUnderIt) {
   std::unique_ptr<FunctionThread> thread;
   {
     ManualClock clock;
-    Thread::ManualResetEvent never;
     thread = std::make_unique<FunctionThread>([&ended](FunctionThread& self) {
       Thread::ManualResetEvent* const events[] = {&self.QuitEvent()};
       EXPECT_EQ(Thread::WaitForFirst(events, Time::kNoLimit), 0);

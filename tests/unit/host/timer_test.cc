@@ -56,7 +56,7 @@ TEST_F(Timers, CountTheFirstPeriodFromTheirSetting) {
 }
 
 TEST_F(Timers, RoundTheirPeriodDownToMillisecondsButNotBelowOne) {
-  for (const std::uint64_t period_us : {0, 1, 999, 1000, 1999}) {
+  for (const unsigned period_us : {0U, 1U, 999U, 1000U, 1999U}) {
     Told<std::uint32_t> calls;
     Timer timer;
     const std::uint32_t start = NowMs();
