@@ -41,7 +41,8 @@ class NotifierMT {
   }
 
   // Waits for calls of the observer that run on other threads: after the return it is not called
-  // any more. The caller must hold no lock that the observer wants. false: there is no such id.
+  // any more. The caller must hold no lock that the observer wants, and two observers must not
+  // disconnect each other at the same time. false: there is no such id.
   bool Disconnect(std::uint32_t id) noexcept {
     const SmartPtr::Ptr<Slot> slot = Remove(id);
     if (!slot) return false;

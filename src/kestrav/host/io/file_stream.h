@@ -68,7 +68,9 @@ enum class OpenMode {
 
 // Writes a file through a buffer. The file never grows past what a 32-bit position can address.
 // When the system refuses bytes (a full disk), they stay buffered and are offered again by the next
-// write, flush or close; a write that would need their room meanwhile is refused whole.
+// write, flush or close; a write that would need their room meanwhile is refused whole. What a
+// failed write left behind the end of the file is cut off again; bytes that it was to replace may
+// be lost.
 class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
  public:
   explicit BufferedFileOutputStream(std::uint32_t buffer_bytes = kFileBufferBytes);

@@ -29,7 +29,8 @@ class PosixThread final : public IThread {
  public:
   ~PosixThread() override { Join(); }
 
-  bool Start(std::unique_ptr<Body> body, const pthread_attr_t& attributes) {
+  // Takes `body` only if it starts.
+  bool Start(std::unique_ptr<Body>& body, const pthread_attr_t& attributes) {
     started_ = pthread_create(&thread_, &attributes, Enter, body.get()) == 0;
     if (started_) static_cast<void>(body.release());  // Enter owns it now
     return started_;
@@ -58,11 +59,9 @@ class PosixThread final : public IThread {
   bool joined_ GUARDED_BY(mutex_) = false;
 };
 
-void Apply(const StartOptions& options, pthread_attr_t& attributes) {
-  if (options.stack_bytes > 0) pthread_attr_setstacksize(&attributes, options.stack_bytes);
-  if (options.priority <= 0) return;
+void SetPriority(int priority, pthread_attr_t& attributes) {
   sched_param parameters{};
-  parameters.sched_priority = options.priority;
+  parameters.sched_priority = priority;
   pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
   pthread_attr_setschedpolicy(&attributes, SCHED_FIFO);
   pthread_attr_setschedparam(&attributes, &parameters);
@@ -82,8 +81,14 @@ SmartPtr::Ptr<IThread> ThreadModule::Start(const String& name, std::function<voi
   if (!allocated) return nullptr;
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return nullptr;
-  Apply(options, attributes);
-  const bool started = thread->Start(std::move(entry), attributes);
+  if (options.stack_bytes > 0) pthread_attr_setstacksize(&attributes, options.stack_bytes);
+  if (options.priority > 0) SetPriority(options.priority, attributes);
+  bool started = thread->Start(entry, attributes);
+  if (!started && options.priority > 0) {
+    // The priority is a privilege; a thread without it is better than none.
+    pthread_attr_setinheritsched(&attributes, PTHREAD_INHERIT_SCHED);
+    started = thread->Start(entry, attributes);
+  }
   pthread_attr_destroy(&attributes);
   if (!started) return nullptr;
   return thread;

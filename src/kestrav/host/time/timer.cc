@@ -129,6 +129,7 @@ bool Timer::SetName(std::wstring_view name) {
 
 bool Timer::SetPeriodic(std::uint64_t period_us, std::function<void()> callback) {
   constexpr std::uint64_t kLongestMs = 0x7FFFFFFF;
+  if (!callback) return false;
   Thread::ScopedLock lock(mutex_);
   // A cancelled entry is kept while its last call may be running, for `KillAll` to wait for.
   std::erase_if(entries_, [](const EntryPtr& e) { return e->dead && e.use_count() == 1; });

@@ -29,11 +29,11 @@ class KESTRAV_API Timer {
 
   // Calls `callback` every `period_us` microseconds (whole milliseconds, at least one), the first
   // time one period from now. A call that comes late does not shift the later ones; calls that were
-  // missed are left out. false: memory, the clock or a thread was not to be had.
+  // missed are left out. false: no callback, or no memory, clock or thread to be had.
   [[nodiscard]] bool SetPeriodic(std::uint64_t period_us, std::function<void()> callback);
 
-  // Ends all calls set here without waiting: none begins after the return, but one that is running
-  // on another thread may still be. For callers that hold a lock that the callback wants.
+  // Ends all calls set here without waiting: one that is due already may still run on the timer
+  // thread. For callers that hold a lock that the callback wants.
   void Cancel();
 
   // Ends all calls set here. A callback that is running on another thread is waited for, so the
