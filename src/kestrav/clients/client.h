@@ -31,7 +31,8 @@ class KESTRAV_API IClient {
   virtual bool IsUserSelectableForLogging() = 0;
   virtual bool IsUserSelectableForPlayback() = 0;
 
-  // Takes one recorded message of this client. false: it could not, which ends the playback.
+  // Takes one recorded message of this client, which goes with the call. Of several instances the
+  // answer of the last one counts: false ends the playback.
   virtual bool OnPlaybackData(const ILogMessage& message);
 
   // Takes a control string of free form. Nobody looks at the result.

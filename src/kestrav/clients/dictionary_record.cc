@@ -1,8 +1,10 @@
 #include "kestrav/clients/dictionary_record.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <limits>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -32,26 +34,25 @@ bool WriteEntry(Io::IOutputStream& out, const String& string_id, std::uint16_t i
          WriteField(out, digits.data(), static_cast<std::size_t>(end - digits.data()) + 1);
 }
 
-void ReadFields(Dictionary& dictionary, const std::uint8_t* bytes, std::uint32_t size,
-                bool& valid) {
-  String field;
+// Takes the field up to the next zero byte off `bytes`. false: no zero is left, and nothing is
+// taken.
+bool TakeField(std::span<const std::uint8_t>& bytes, String& field) {
+  const auto end = std::find(bytes.begin(), bytes.end(), std::uint8_t{0});
+  if (end == bytes.end()) return false;
+  field.assign(bytes.begin(), end);
+  bytes = bytes.subspan(field.size() + 1);
+  return true;
+}
+
+void ReadEntries(Dictionary& dictionary, std::span<const std::uint8_t> bytes, bool& valid) {
   String string_id;
-  bool is_id = false;
-  for (std::uint32_t i = 0; i < size && valid; ++i) {
-    if (bytes[i] != 0) {
-      field.push_back(static_cast<wchar_t>(bytes[i]));
-      continue;
-    }
-    if (is_id) {
-      std::uint32_t id = 0;
-      valid = Text::ReadUnsigned(field, id);
-      if (valid) dictionary.emplace(std::move(string_id), static_cast<std::uint16_t>(id));
-    } else {
-      valid = !field.empty();
-      string_id = std::move(field);
-    }
-    field.clear();
-    is_id = !is_id;
+  String id_text;
+  while (valid && TakeField(bytes, string_id)) {
+    std::uint32_t id = 0;
+    valid = !string_id.empty();
+    if (!valid || !TakeField(bytes, id_text)) return;
+    valid = Text::ReadUnsigned(id_text, id);
+    if (valid) dictionary.emplace(std::move(string_id), static_cast<std::uint16_t>(id));
   }
 }
 
@@ -78,9 +79,9 @@ bool ReadDictionaryData(Dictionary& dictionary, const Memory::MemBlock& payload)
   dictionary.clear();
   bool valid = payload.Size() > kCountSize;
   if (!valid) return false;
-  const bool stored = Memory::Try([&] {
-    ReadFields(dictionary, payload.Data() + kCountSize, payload.Size() - kCountSize, valid);
-  });
+  const std::span<const std::uint8_t> entries(payload.Data() + kCountSize,
+                                              payload.Size() - kCountSize);
+  const bool stored = Memory::Try([&] { ReadEntries(dictionary, entries, valid); });
   if (stored && valid) return true;
   dictionary.clear();
   return false;

@@ -21,9 +21,9 @@ class SlotMap {
     if (Find(key) != nullptr) return false;
     return Memory::Try([&] {
       // Room for the slot's release is made here, so that erasing needs no memory.
-      free_.reserve(slots_.size() + 1);
       const bool reuse = !free_.empty();
       if (!reuse) slots_.reserve(GrownCapacity());
+      free_.reserve(slots_.capacity());
       Slot entry(Entry{key, std::move(value)});
       const std::size_t slot = reuse ? free_.back() : slots_.size();
       index_.emplace(key, slot);

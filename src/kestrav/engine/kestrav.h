@@ -31,6 +31,7 @@ class KESTRAV_API IKestrav {
 
   // Whether records are scrambled; at first they are. Not while recording.
   virtual bool EnableEncryption(bool enable) = 0;
+  // Normal playback. Playing: the next speed of the cycle 1, 2, 4, 10. Paused or finished: resumes.
   virtual bool FastForwardPlayback() = 0;
   virtual bool GetClientsList(std::vector<String>& clients) const = 0;
   virtual std::uint32_t GetPlaybackLogLengthMs() const = 0;
@@ -50,7 +51,7 @@ class KESTRAV_API IKestrav {
   virtual std::uint32_t GetRecordingTimeScnds() const = 0;
   virtual std::uint32_t GetStartPlaybackOffsetScnds() const = 0;
   // Replaces the playback object unless it has this mode: the input stream and all start settings
-  // are then lost. Not while another thread uses the playback.
+  // are then lost. Not while another thread uses the playback; refused on the playback thread.
   virtual bool SetPlaybackMode(PlaybackModeType mode) = 0;
   // Polling playback: a notification each `duration` milliseconds of log time; 0: none.
   virtual bool SetPeriodicEventDuration(unsigned int duration) = 0;
@@ -58,6 +59,7 @@ class KESTRAV_API IKestrav {
   virtual bool IsSelectedForLogging(const unsigned short& clientId) const = 0;
   virtual bool IsSelectedForPlayback(const unsigned short& clientId) const = 0;
   virtual bool IsValidPlaybackOffset(unsigned int offsetScnds) const = 0;
+  // Normal playback, starting or playing. Notification 4 tells that it is paused.
   virtual bool PausePlayback() = 0;
   // Polling playback: delivers the next record on this thread.
   virtual bool PlaybackNextMessage() = 0;
@@ -66,13 +68,18 @@ class KESTRAV_API IKestrav {
   virtual bool ResetLoggingSelection() = 0;                        // not while recording
   virtual bool ResetLoggingSelection(const String& clientId) = 0;  // not while recording
   virtual bool ResetPlaybackSelection() = 0;                       // only while playback is off
+  // Normal playback, paused; notification 5 tells that it plays. Finished: plays the log again,
+  // without pacing. While starting or rewinding, a resume ends in a fresh start or a stop.
   virtual bool ResumePlayback() = 0;
+  // Normal playback: goes back by the rewind time and plays on at speed 1.
   virtual bool RewindPlayback() = 0;
   virtual bool SendControlStringToClient(const String& clientId, const String& control) = 0;
   virtual bool SelectForLogging(const String& clientId) = 0;   // not while recording
   virtual bool SelectForPlayback(const String& clientId) = 0;  // only while playback is off
   // Pass-through playback: the stream header, then the dictionary, then one record a call.
   virtual bool PlaybackData(const Memory::MemBlock& data) = 0;
+  // Copies the payload of the log's first record of this client and data id, if it stands before
+  // the first other record at or after the offset. Not while playing.
   virtual bool SearchAndGetClientData(Memory::MemBlock& data, const String& clientId,
                                       const unsigned short& dataId,
                                       const unsigned int& offsetScnds) const = 0;
@@ -80,13 +87,19 @@ class KESTRAV_API IKestrav {
   virtual bool SetLoggingOutputStream(const SmartPtr::Ptr<Io::IOutputStream>& stream) = 0;
   // The stream is shared: the recorder lets go of it when the playback stops.
   virtual bool SetPlaybackInputStream(const SmartPtr::Ptr<Io::IInputStream>& stream) = 0;
+  // 5 seconds unless set; a new input stream sets it back.
   virtual void SetPlaybackRewindTimeScnds(unsigned int seconds) = 0;
+  // Where in the log normal playback begins. false: beyond its end, or playing.
   virtual bool SetStartPlaybackOffsetScnds(unsigned int offsetScnds) = 0;
+  // Any factor below 11, 0: without pacing; 1 unless set, and again after a stop. Not while
+  // playing.
   virtual bool SetStartPlaybackSpeed(PlaybackSpeedType speed) = 0;
   // Starts to record the selected clients to the stream. false: recording already, nothing
   // selected, or no thread. Notification 0 tells that the log runs: messages written earlier stand
   // in front of the dictionary, where a playback does not look for it.
   virtual bool StartLogging() = 0;
+  // Plays to the selected clients; notification 2 tells that it plays. Paused: resumes. Finished:
+  // plays the log again. Not while playing or rewinding.
   virtual bool StartPlayback() = 0;
   // Returns at once; notification 9 tells that the log is finished.
   virtual bool StopLogging() = 0;

@@ -11,6 +11,18 @@ namespace kestrav {
 
 using Lock = Thread::ScopedLock<Thread::CritSec>;
 
+namespace {
+
+// A client or an observer that the playback thread calls cannot take the playback object away from
+// it.
+bool IsOnThreadOf(IBinaryPlayback* playback) {
+  auto* const worker = dynamic_cast<Thread::WorkerThread*>(playback);
+  const auto run = worker != nullptr ? worker->CurrentRun() : nullptr;
+  return run && run->IsCurrent();
+}
+
+}  // namespace
+
 // Hands a call on to the playback object. Without one, which only short memory can bring about, the
 // answer is that of an operation that the mode does not have.
 template <class Result, class... Parameters, class... Arguments>
@@ -66,6 +78,7 @@ bool KestravImpl::SetPlaybackMode(PlaybackModeType mode) {
   Lock lock(lock_);
   if (mode > PlaybackModePassThrough) return false;
   if (mode == playback_mode_) return true;
+  if (IsOnThreadOf(playback_.get())) return false;
   SmartPtr::Ptr<IBinaryPlayback> playback = CreateBinaryPlayback(mode);
   playback.swap(playback_);
   playback_mode_ = mode;

@@ -9,11 +9,6 @@
 // normal_playback_thread.cc.
 
 namespace kestrav {
-namespace {
-
-constexpr std::uint32_t kDefaultRewindScnds = 5;
-
-}  // namespace
 
 BinaryPlaybackNormalImpl::~BinaryPlaybackNormalImpl() {
   Quit();
@@ -159,14 +154,16 @@ bool BinaryPlaybackNormalImpl::StartPlaybackThread(Thread::ThreadModule& owner,
 
 void BinaryPlaybackNormalImpl::StopPlayback(bool waitForThread) {
   Lock lock(lock_);
-  const bool running = thread_running_;
-  lock.Unlock();
-  if (!running) {
+  if (!thread_running_) {
+    lock.Unlock();
     StopBinaryPlayback(End::kKeepSettings, false);
     return;
   }
+  // Under the lock: a start that follows must not take back the quit, nor be the one waited for.
   Quit();
-  if (waitForThread) WaitForCompletion();
+  const SmartPtr::Ptr<Thread::IThread> run = CurrentRun();
+  lock.Unlock();
+  if (waitForThread && !run->IsCurrent()) run->Join();
 }
 
 bool BinaryPlaybackNormalImpl::PausePlayback() {

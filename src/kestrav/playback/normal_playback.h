@@ -60,10 +60,13 @@ class KESTRAV_API BinaryPlaybackNormalImpl final : public IBinaryPlayback,
  private:
   using Lock = Thread::ScopedLock<Thread::CritSec>;
 
+  static constexpr std::uint32_t kDefaultRewindScnds = 5;
+
   enum class End { kKeepSettings, kReset };
 
   // Steps of the thread; false ends the playback.
   bool Serve(int event);
+  void ResetStartEvent(bool served);
   bool StartBinaryPlayback();
   bool PauseBinaryPlayback();
   bool RewindAndPlay();
@@ -82,7 +85,7 @@ class KESTRAV_API BinaryPlaybackNormalImpl final : public IBinaryPlayback,
   bool StartPlaybackThread(Thread::ThreadModule& owner, const String& threadName) REQUIRES(lock_);
   bool SetPlaybackSpeed(PlaybackSpeedType speed);
   bool IncreaseSpeed();
-  void WaitFor(std::uint32_t span_ms) REQUIRES(lock_);
+  void SetWaitTimeMs(std::uint32_t span_ms) REQUIRES(lock_);
   void CountWaitFromDue() REQUIRES(lock_);
   std::uint32_t LogStart() const REQUIRES(lock_);
   void Reset() REQUIRES(lock_);
@@ -100,7 +103,7 @@ class KESTRAV_API BinaryPlaybackNormalImpl final : public IBinaryPlayback,
   std::uint32_t start_target_ GUARDED_BY(lock_) = 0;
   std::uint32_t wait_ms_ GUARDED_BY(lock_) = 0;       // until the next record is delivered
   std::uint32_t wait_from_ms_ GUARDED_BY(lock_) = 0;  // the clock from which that counts
-  std::uint32_t rewind_step_scnds_ GUARDED_BY(lock_) = 5;
+  std::uint32_t rewind_step_scnds_ GUARDED_BY(lock_) = kDefaultRewindScnds;
   std::uint32_t rewind_target_scnds_ GUARDED_BY(lock_) = 0;
   PlaybackSpeedType speed_ GUARDED_BY(lock_) = PlaybackSpeedStopped;
   PlaybackSpeedType previous_speed_ GUARDED_BY(lock_) = PlaybackSpeedStopped;

@@ -38,8 +38,7 @@ bool BinaryPlaybackNormalImpl::Serve(int event) {
   switch (event) {
     case kStart:
       done = StartBinaryPlayback();
-      // Reset last: a start asked for meanwhile has just been served.
-      start_event_.Reset();
+      ResetStartEvent(done);
       break;
     case kPause:
       done = PauseBinaryPlayback();
@@ -66,6 +65,13 @@ bool BinaryPlaybackNormalImpl::Serve(int event) {
   return done;
 }
 
+// A start asked for while this one was served needs nothing more, unless this one has come to the
+// end of the log already and a client has started it anew.
+void BinaryPlaybackNormalImpl::ResetStartEvent(bool served) {
+  Lock lock(lock_);
+  if (!served || status_ != PlaybackStarting) start_event_.Reset();
+}
+
 std::uint32_t BinaryPlaybackNormalImpl::GetWaitTime() const {
   Lock lock(lock_);
   std::uint32_t now_ms = 0;
@@ -90,7 +96,7 @@ void BinaryPlaybackNormalImpl::CountWaitFromDue() {
 }
 
 // How long it takes at the present speed until `span_ms` of the log have passed.
-void BinaryPlaybackNormalImpl::WaitFor(std::uint32_t span_ms) {
+void BinaryPlaybackNormalImpl::SetWaitTimeMs(std::uint32_t span_ms) {
   wait_ms_ = speed_ == PlaybackSpeedStopped ? 0 : span_ms / static_cast<std::uint32_t>(speed_);
 }
 
@@ -131,11 +137,11 @@ bool BinaryPlaybackNormalImpl::InitPlayback() {
   wait_from_ms_ = clock_base_ms_;
   skipping_to_offset_ = start_target_ > last_played_;
   if (!skipping_to_offset_) {
-    WaitFor(current_message_.time_stamp - LogStart());
+    SetWaitTimeMs(current_message_.time_stamp - LogStart());
     return true;
   }
   if (current_message_.time_stamp <= start_target_) return PlayData();
-  WaitFor(current_message_.time_stamp - start_target_);
+  SetWaitTimeMs(current_message_.time_stamp - start_target_);
   return true;
 }
 
@@ -159,7 +165,7 @@ bool BinaryPlaybackNormalImpl::PlayData() {
     if (!ReadNextPlaybackData(current_message_, delta_ms)) return false;
     // At speed 0 the wait stays as it is: none after an unpaced start, no limit after a pause.
     if (speed_ != PlaybackSpeedStopped && delta_ms != 0) {
-      WaitFor(static_cast<std::uint32_t>(delta_ms));
+      SetWaitTimeMs(static_cast<std::uint32_t>(delta_ms));
     }
     if (!SendData(due)) return false;
     if (delta_ms != 0) return true;
@@ -219,7 +225,7 @@ bool BinaryPlaybackNormalImpl::RewindAndPlay() {
   wait_from_ms_ = clock_base_ms_;
   NotifyUnlocked(lock, NotifyRewindFinished);
   if (current_message_.time_stamp <= start_target_) return PlayData();
-  WaitFor(current_message_.time_stamp - start_target_);
+  SetWaitTimeMs(current_message_.time_stamp - start_target_);
   return true;
 }
 

@@ -42,10 +42,10 @@ bool BinaryPlaybackPassThroughImpl::StartPlayback(ClientManager* clients, INotif
   playback_clients_.Clear();
   all_clients_ = ClientIdSet(std::numeric_limits<std::uint64_t>::max());
   header_read_ = false;
-  engine_->SendNotification({NotifyPlaybackStarted, all_clients_});
-  started_ = true;
   pieces_ = 0;
-  return true;
+  engine_->SendNotification({NotifyPlaybackStarted, all_clients_});
+  started_ = status_ != PlaybackOff;  // unless an observer has stopped it at once
+  return started_;
 }
 
 void BinaryPlaybackPassThroughImpl::StopPlayback(bool /*waitForThread*/) {
@@ -64,23 +64,22 @@ void BinaryPlaybackPassThroughImpl::StopPlayback(bool /*waitForThread*/) {
 bool BinaryPlaybackPassThroughImpl::PlaybackData(const Memory::MemBlock& data) {
   Lock lock(lock_);
   if (!started_) return false;
-  if (TakePiece(data)) {
-    ++pieces_;
-    return true;
-  }
+  // Counted first: a client that stops and starts the playback has a new count begun.
+  const std::uint32_t number = pieces_++;
+  if (TakePiece(data, number)) return true;
   lock.Unlock();
   StopPlayback(false);
   return false;
 }
 
-bool BinaryPlaybackPassThroughImpl::TakePiece(const Memory::MemBlock& data) {
+bool BinaryPlaybackPassThroughImpl::TakePiece(const Memory::MemBlock& data, std::uint32_t number) {
   if (!header_read_) {
     header_read_ = decoder_.Initialize(data);
     return header_read_;
   }
   current_message_.Clear();
   if (decoder_.GetLogMessage(current_message_, data) != kSuccess) return false;
-  if (pieces_ > 1) return SendData(current_message_);
+  if (number > 1) return SendData(current_message_);
 
   const bool is_dictionary = current_message_.GetClientID() == kInfoClientId &&
                              current_message_.GetDataID() == kDictionaryDataId;

@@ -31,7 +31,7 @@ class KESTRAV_API BinaryPlaybackPassThroughImpl final : public IBinaryPlayback {
  private:
   using Lock = Thread::ScopedLock<Thread::CritSec>;
 
-  bool TakePiece(const Memory::MemBlock& data) REQUIRES(lock_);
+  bool TakePiece(const Memory::MemBlock& data, std::uint32_t number) REQUIRES(lock_);
   bool SelectClients(bool by_dictionary) REQUIRES(lock_);
   void ForgetClientInfo() REQUIRES(lock_);
   void Reset() REQUIRES(lock_);
@@ -41,7 +41,7 @@ class KESTRAV_API BinaryPlaybackPassThroughImpl final : public IBinaryPlayback {
   ClientIdSet all_clients_ GUARDED_BY(lock_);
   bool started_ GUARDED_BY(lock_) = false;
   bool header_read_ GUARDED_BY(lock_) = false;
-  std::uint32_t pieces_ GUARDED_BY(lock_) = 0;  // accepted since the start
+  std::uint32_t pieces_ GUARDED_BY(lock_) = 0;  // handed in since the start
 };
 
 }  // namespace kestrav

@@ -182,7 +182,7 @@ bool BinaryLogger::StartBinaryLogging() {
 }
 
 bool BinaryLogger::WriteFirstRecords(std::uint64_t selection) {
-  // A dictionary left over shows that the run before was not stopped.
+  // A dictionary left over would show that the log before was not finished.
   return dictionary_.empty() && clients_->GetDictionary(dictionary_) &&
          info_client_->WriteDictionaryRecord(dictionary_, this) &&
          info_client_->RecordExtendedBinarySelection(selection, this);

@@ -22,6 +22,10 @@ bool BufferedFileInputStream::Open(const String& path) {
     error_ = ENOMEM;
     return false;
   }
+  if (name.find('\0') != std::string::npos) {
+    error_ = EINVAL;
+    return false;
+  }
   // Without O_NONBLOCK a pipe without a writer would hold up the open.
   FileHandle file(::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};

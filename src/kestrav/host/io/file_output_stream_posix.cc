@@ -36,6 +36,10 @@ bool BufferedFileOutputStream::Open(const String& path, OpenMode mode) {
     Fail(ENOMEM);
     return false;
   }
+  if (name.find('\0') != std::string::npos) {
+    Fail(EINVAL);
+    return false;
+  }
   FileHandle file(::open(name.c_str(), Flags(mode), kCreationMode));
   struct stat status {};
   if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {

@@ -39,7 +39,7 @@ class KESTRAV_API BufferedFileInputStream final : public IInputStream {
   [[nodiscard]] bool Open(const String& path);
   void Close();
 
-  // The errno value of the last failed call, 0 if none failed.
+  // The errno value of the last call that the system failed, 0 if none.
   int Error() const { return error_; }
 
   [[nodiscard]] bool Read(std::uint8_t* data, std::uint32_t size) override;

@@ -1,6 +1,7 @@
 #include <pthread.h>
 #include <sched.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -12,6 +13,15 @@ namespace kestrav::Thread {
 namespace {
 
 constexpr std::size_t kLongestName = 15;  // Linux shows no more bytes of a thread's name
+
+std::string SystemName(const String& name) {
+  std::string text = Text::ToUtf8(name);
+  std::size_t length = std::min(text.size(), kLongestName);
+  // Not inside a character of several bytes.
+  while (length < text.size() && (text[length] & 0xC0) == 0x80) --length;
+  text.resize(length);
+  return text;
+}
 
 struct Body {
   std::function<void()> run;
@@ -74,8 +84,7 @@ SmartPtr::Ptr<IThread> ThreadModule::Start(const String& name, std::function<voi
   std::unique_ptr<Body> entry;
   SmartPtr::Ptr<PosixThread> thread;
   const bool allocated = Memory::Try([&] {
-    entry =
-        std::make_unique<Body>(Body{std::move(body), Text::ToUtf8(name).substr(0, kLongestName)});
+    entry = std::make_unique<Body>(Body{std::move(body), SystemName(name)});
     thread = std::make_shared<PosixThread>();
   });
   if (!allocated) return nullptr;

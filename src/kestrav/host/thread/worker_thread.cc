@@ -38,12 +38,13 @@ bool WorkerThread::Start(ThreadModule& owner, const StartOptions& options) {
   return false;
 }
 
+SmartPtr::Ptr<IThread> WorkerThread::CurrentRun() {
+  ScopedLock lock(mutex_);
+  return thread_;
+}
+
 void WorkerThread::WaitForCompletion() {
-  SmartPtr::Ptr<IThread> thread;
-  {
-    ScopedLock lock(mutex_);
-    thread = thread_;
-  }
+  const SmartPtr::Ptr<IThread> thread = CurrentRun();
   if (thread && !thread->IsCurrent()) thread->Join();
 }
 

@@ -34,6 +34,10 @@ class KESTRAV_API WorkerThread {
   // Waits without limit until the thread has ended. On the thread itself it returns at once.
   void WaitForCompletion();
 
+  // The thread of the run started last, which can be joined while a later one runs already. Empty:
+  // none was started.
+  SmartPtr::Ptr<IThread> CurrentRun();
+
  protected:
   WorkerThread() = default;
 

@@ -111,7 +111,6 @@ void ManualSource::OnThreadStarting() {
 void ManualSource::OnThreadRunning() { is_worker = true; }
 
 void ManualSource::OnThreadEnded() {
-  is_worker = false;
   Thread::ScopedLock lock(mutex_);
   --workers_;
   changed_.notify_all();

@@ -13,8 +13,8 @@ namespace kestrav::Time {
 // waits and nothing has notified it. Time passes only while all worker threads rest, so what a
 // thread does is finished before the clock moves on, and a run is the same every time.
 //
-// `Settle`, `Advance` and `MoveTo` are for one driving thread that is no worker thread and holds no
-// lock that a worker thread wants.
+// `Settle`, `Advance`, `AdvanceToNextDue` and `MoveTo` are for one driving thread that is no worker
+// thread and holds no lock that a worker thread wants.
 class KESTRAV_API ManualSource final : public ISource {
  public:
   explicit ManualSource(std::uint32_t start_ms = 1000, std::int64_t wall_scnds = 1'000'000'000);

@@ -44,8 +44,9 @@ class KESTRAV_API ISource {
   // Blocks the calling thread until `waiter` is notified, at most `timeout_ms`. false: time is up.
   virtual bool Wait(Waiter& waiter, std::uint32_t timeout_ms) = 0;
 
-  // A worker thread is about to start (said by its starter), runs now, has ended (said by itself).
-  // A source that must know when all threads rest counts them.
+  // A worker thread is about to start (said by its starter), runs now (said by itself), has ended
+  // (by itself) or did not start after all (by its starter). A source that must know when all
+  // threads rest counts them.
   virtual void OnThreadStarting() {}
   virtual void OnThreadRunning() {}
   virtual void OnThreadEnded() {}

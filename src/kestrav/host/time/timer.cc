@@ -31,6 +31,7 @@ std::int32_t Until(std::uint32_t due_ms, std::uint32_t now_ms) {
 // The timer thread: it ends when the last entry is gone and is started again by the next one.
 class TimerService final : public Thread::WorkerThread {
  public:
+  TimerService() { Source(); }
   ~TimerService() override {
     Quit();
     WaitForCompletion();
@@ -121,6 +122,9 @@ TimerService& Service() {
 }
 
 }  // namespace
+
+// A timer that lives to the end of the program must end before the service and the clock do.
+Timer::Timer() { Service(); }
 
 bool Timer::SetName(std::wstring_view name) {
   Thread::ScopedLock lock(mutex_);

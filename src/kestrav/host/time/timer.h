@@ -19,7 +19,7 @@ struct TimerEntry;
 // A callback must not block for long and must not throw.
 class KESTRAV_API Timer {
  public:
-  Timer() = default;
+  Timer();
   ~Timer() { KillAll(); }
   Timer(const Timer&) = delete;
   Timer& operator=(const Timer&) = delete;
