@@ -1,14 +1,15 @@
-#include <atomic>
-#include <cstdio>
-#include <map>
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "commands.h"
 #include "kestrav/host/time/manual_source.h"
+#include "play_status.h"
 #include "player.h"
 #include "terminal.h"
-#include "text.h"
 
 namespace kestrav::tool {
 namespace {
@@ -16,7 +17,7 @@ namespace {
 constexpr int kStatusPeriodMs = 100;
 
 const char* const kKeyHelp =
-    "space pause, resume   f faster (1, 2, 4, 10 times)   r back   q stop   ? this help";
+    "space pause or resume, f faster (1, 2, 4, 10, 1, ...), r back, q stop, ? this help";
 
 struct Options {
   std::string path;
@@ -25,44 +26,6 @@ struct Options {
   bool unpaced = false;
   bool virtual_time = false;
 };
-
-const char* StateText(PlaybackStatusType status) {
-  switch (status) {
-    case PlaybackStarting:
-      return "starting";
-    case PlaybackPlaying:
-      return "playing";
-    case PlaybackPaused:
-      return "paused";
-    case PlaybackRewinding:
-      return "rewinding";
-    case PlaybackFinished:
-      return "finished";
-    case PlaybackOff:
-      break;
-  }
-  return "off";
-}
-
-std::string Clock(std::uint32_t scnds) {
-  char text[16];
-  std::snprintf(text, sizeof(text), "%u:%02u", scnds / 60, scnds % 60);
-  return text;
-}
-
-std::string StatusLine(const IKestrav& engine) {
-  constexpr std::uint32_t kBarWidth = 30;
-  const std::uint32_t length = engine.GetPlaybackLogLengthMs() / 1000;
-  const std::uint32_t position = engine.GetPlaybackTimeScnds();
-  const std::uint32_t filled =
-      length == 0 ? 0
-                  : static_cast<std::uint32_t>(std::uint64_t{std::min(position, length)} *
-                                               kBarWidth / length);
-  return std::string(StateText(engine.GetPlaybackStatus())) + "  " +
-         std::to_string(engine.GetPlaybackSpeed()) + "x  " + Clock(position) + " / " +
-         Clock(length) + "  [" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') +
-         "]  ? help";
-}
 
 // Whether the person wants to stop.
 bool Obey(int key, IKestrav& engine, PlayOutput& output) {
@@ -97,13 +60,13 @@ bool Obey(int key, IKestrav& engine, PlayOutput& output) {
 bool PlayForPerson(Player& player, PlayOutput& output, Terminal& terminal) {
   player.Start([&terminal] { terminal.Wake(); });
   bool quit = false;
-  while (!player.IsOver() && !quit) {
-    if (terminal.IsInteractive()) output.ShowStatus(StatusLine(player.Engine()));
-    const int key = terminal.WaitForKey(terminal.IsInteractive() ? kStatusPeriodMs : -1);
+  while (!player.IsOver() && !output.IsBroken() && !quit) {
+    const bool shown = terminal.IsInteractive();
+    output.ShowStatus(shown ? PlayStatus(player.Engine(), terminal.Columns()) : "");
+    const int key = terminal.WaitForKey(terminal.HasKeys() ? kStatusPeriodMs : -1);
     quit = Obey(key, player.Engine(), output);
   }
   player.Engine().StopPlayback(true);
-  output.ShowStatus("");
   return quit;
 }
 
@@ -134,34 +97,42 @@ bool PlayAtOnce(Player& player, PlaybackModeType mode, Terminal& terminal) {
   return quit;
 }
 
+// The manual clock while it is wanted: put in use for as long as the object lives.
+class VirtualTime {
+ public:
+  explicit VirtualTime(std::int64_t wall_scnds) : clock_(1000, wall_scnds) {
+    Time::SetSource(&clock_);
+  }
+  ~VirtualTime() { Time::SetSource(nullptr); }
+  VirtualTime(const VirtualTime&) = delete;
+  VirtualTime& operator=(const VirtualTime&) = delete;
+
+  Time::ManualSource& Clock() { return clock_; }
+
+ private:
+  Time::ManualSource clock_;
+};
+
 ExitCode Play(const Options& options) {
   const Player::Log log = Player::ReadLog(options.path);
-  std::unique_ptr<Time::ManualSource> clock;
-  if (options.virtual_time) {
-    clock = std::make_unique<Time::ManualSource>(1000, log.header.start_time);
-    Time::SetSource(clock.get());
-  }
   const bool normal = options.player.mode == PlaybackModeNormal;
-  const bool paced = normal && !options.unpaced && !options.virtual_time;
+  const bool for_person = normal && !options.virtual_time;
+  std::optional<VirtualTime> virtual_time;
+  if (options.virtual_time) virtual_time.emplace(log.header.start_time);
+  // The reader of a pipe, a pager say, may want the keyboard for itself.
+  Terminal terminal(for_person && !IsOutputPipe());
+  PlayOutput output(options.format, log.header.start_clock, for_person && !options.unpaced);
+  Player player(options.path, log, options.player, output);
   bool quit = false;
-  bool ended = false;
-  bool broken = false;
-  {
-    Terminal terminal;
-    PlayOutput output(options.format, log.header.start_clock, paced);
-    Player player(options.path, log, options.player, output);
-    if (!normal) {
-      quit = PlayAtOnce(player, options.player.mode, terminal);
-    } else if (clock) {
-      quit = PlayVirtually(player, *clock, terminal);
-    } else {
-      quit = PlayForPerson(player, output, terminal);
-    }
-    ended = player.HasEnded();
-    broken = output.IsBroken();
+  if (!normal) {
+    quit = PlayAtOnce(player, options.player.mode, terminal);
+  } else if (virtual_time) {
+    quit = PlayVirtually(player, virtual_time->Clock(), terminal);
+  } else {
+    quit = PlayForPerson(player, output, terminal);
   }
-  Time::SetSource(nullptr);
-  if (ended || quit || broken) return kDone;
+  output.Finish();
+  if (player.HasEnded() || quit || output.IsBroken()) return kDone;
   throw Failure(options.path + ": the playback stopped before the end of the log, which is damaged",
                 kLost);
 }
@@ -174,58 +145,73 @@ void Check(const CLI::App& command, const Options& options) {
   }
 }
 
+// An option that takes one of these words, and nothing else.
+template <class Value>
+CLI::Option* AddChoice(CLI::App& command, const char* name, Value& value,
+                       const std::vector<std::pair<std::string, Value>>& choices,
+                       const std::string& description) {
+  std::vector<std::string> words;
+  for (const auto& choice : choices) words.push_back(choice.first);
+  const auto take = [&value, choices](const std::string& word) {
+    for (const auto& choice : choices) {
+      if (choice.first == word) value = choice.second;
+    }
+  };
+  return command.add_option_function<std::string>(name, take, description)
+      ->check(CLI::IsMember(words))
+      ->option_text(CLI::detail::join(words, "|"));
+}
+
 void AddOptions(CLI::App& command, Options& options) {
-  static const std::map<std::string, PlaybackSpeedType> kSpeeds = {{"1", PlaybackSpeed1x},
-                                                                   {"2", PlaybackSpeed2x},
-                                                                   {"4", PlaybackSpeed4x},
-                                                                   {"10", PlaybackSpeed10x}};
-  static const std::map<std::string, PlaybackModeType> kModes = {
-      {"normal", PlaybackModeNormal},
-      {"polling", PlaybackModePolling},
-      {"pass-through", PlaybackModePassThrough}};
-  static const std::map<std::string, PlayFormat> kFormats = {{"text", PlayFormat::kText},
-                                                             {"jsonl", PlayFormat::kJsonl}};
-  command.add_option("LOG", options.path, "The log")->required();
-  command.add_option("--client", options.player.clients, "Play to this client only; repeatable")
+  PlayerSettings& player = options.player;
+  command.add_option("LOG", options.path, "The log to play")->required();
+  command.add_option("--client", player.clients, "Play to this client only (repeatable)")
       ->allow_extra_args(false)
       ->option_text("NAME");
-  command.add_option("--mode", options.player.mode, "How to play it")
-      ->transform(CLI::CheckedTransformer(kModes))
-      ->option_text("normal|polling|pass-through");
-  auto* const speed = command.add_option("--speed", options.player.speed, "How fast to play it")
-                          ->transform(CLI::CheckedTransformer(kSpeeds))
-                          ->option_text("1|2|4|10");
-  command.add_option("--from", options.player.offset_scnds, "Start this far into the log")
+  auto* const speed = AddChoice(command, "--speed", player.speed,
+                                {{"1", PlaybackSpeed1x},
+                                 {"2", PlaybackSpeed2x},
+                                 {"4", PlaybackSpeed4x},
+                                 {"10", PlaybackSpeed10x}},
+                                "How many times faster than it was recorded (1)");
+  command.add_option("--from", player.offset_scnds, "Start this far into the log (whole seconds)")
       ->option_text("SECONDS");
-  command.add_option("--rewind", options.player.rewind_scnds, "How far the key r goes back (5)")
+  command.add_flag("--history", player.history,
+                   "The clients get the records from before --from too, all at once");
+  command.add_option("--rewind", player.rewind_scnds, "How far the key r goes back (5)")
+      ->check(CLI::Range(1U, 1'000'000U))
       ->option_text("SECONDS");
-  command.add_option("--format", options.format, "What to print")
-      ->transform(CLI::CheckedTransformer(kFormats))
-      ->option_text("text|jsonl");
-  command.add_flag("--history", options.player.history,
-                   "The clients take their records from before --from at once");
-  command.add_flag("--unpaced", options.unpaced, "Do not wait between records")->excludes(speed);
+  AddChoice(command, "--format", options.format,
+            {{"text", PlayFormat::kText}, {"jsonl", PlayFormat::kJsonl}}, "What to print (text)");
+  command.add_flag("--unpaced", options.unpaced, "Play without waiting between records")
+      ->excludes(speed);
   command.add_flag("--virtual", options.virtual_time,
-                   "Let time pass at once: the output of a real run, without the waiting");
+                   "Print at once what a run in real time would, with its wall times");
+  AddChoice(command, "--mode", player.mode,
+            {{"normal", PlaybackModeNormal},
+             {"polling", PlaybackModePolling},
+             {"pass-through", PlaybackModePassThrough}},
+            "How the recorder plays (normal); the others never wait, and take none of\n"
+            "--speed, --from, --history, --rewind, --virtual");
 }
 
 }  // namespace
 
 void AddPlay(CLI::App& app, ExitCode& exit_code) {
-  CLI::App* const command = app.add_subcommand("play", "Plays a log to clients that print it");
+  CLI::App* const command = app.add_subcommand("play", "Play a log to clients that print it");
   const auto options = std::make_shared<Options>();
   AddOptions(*command, *options);
   command->footer(
-      "Text: wall time, log time (both in seconds), client, data id, payload.\n"
-      "jsonl: an object a delivery (wall_ms, time_ms, client, client_id, data_id, size,\n"
-      "payload) and a notification (wall_ms, notification, name, value, speed, clients).\n"
-      "wall_ms counts from the start of the playback, time_ms is the record's time stamp,\n"
-      "speed is 255 where a notification is not about speed.\n"
-      "The modes polling and pass-through do not wait between records.\n\n"
-      "Keys at a terminal: " +
+      "text   wall time and log time in seconds, client, data id, payload\n"
+      "jsonl  an object a delivery: wall_ms, time_ms, client, client_id, data_id, size, payload;\n"
+      "       an object a notification: wall_ms, notification, name, value, speed, clients\n"
+      "wall_ms counts from the start of the playback, time_ms is the record's time stamp, a\n"
+      "payload is in hex, and speed is 255 where the notification is not about speed.\n\n"
+      "Keys, unless the output goes to a pipe:\n"
+      "  " +
       std::string(kKeyHelp) +
-      ".\n\n"
-      "Exit code 3: the playback stopped before the end of the log.");
+      "\n\n"
+      "Damaged records are left out. Exit code 3: the playback stopped before the end of the log.");
   command->callback([command, options, &exit_code] {
     Check(*command, *options);
     if (options->unpaced) options->player.speed = PlaybackSpeedStopped;

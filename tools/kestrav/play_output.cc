@@ -1,8 +1,10 @@
 #include "play_output.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "exit_codes.h"
 #include "kestrav/host/time/source.h"
 #include "os.h"
 #include "payload_text.h"
@@ -15,6 +17,22 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kEraseLine = "\r\x1b[K";
+constexpr const char* kEraseRest = "\x1b[K";
+
+// A name out of a damaged log need not be valid text.
+std::string Dump(const Json& line) {
+  return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+void AppendRight(std::string& out, const std::string& text, std::size_t width) {
+  if (text.size() < width) out.append(width - text.size(), ' ');
+  out += text;
+}
+
+void AppendLeft(std::string& out, const std::string& text, std::size_t width) {
+  out += text;
+  if (text.size() < width) out.append(width - text.size(), ' ');
+}
 
 const char* Name(NotificationIdType id) {
   switch (id) {
@@ -63,7 +81,7 @@ std::string DeliveryJson(std::uint32_t wall_ms, const std::string& client,
                      {"data_id", message.GetDataID()},
                      {"size", message.GetDataSize()},
                      {"payload", hex}};
-  return line.dump();
+  return Dump(line);
 }
 
 std::string NotificationJson(std::uint32_t wall_ms, const NotificationInfo& info) {
@@ -77,7 +95,7 @@ std::string NotificationJson(std::uint32_t wall_ms, const NotificationInfo& info
                      {"value", info.value},
                      {"speed", static_cast<std::int32_t>(info.speed)},
                      {"clients", clients}};
-  return line.dump();
+  return Dump(line);
 }
 
 }  // namespace
@@ -88,10 +106,7 @@ PlayOutput::PlayOutput(PlayFormat format, std::uint32_t log_start_ms, bool promp
       prompt_(prompt),
       on_terminal_(IsOutputTerminal() && IsErrorTerminal()) {}
 
-PlayOutput::~PlayOutput() {
-  ShowStatus("");
-  std::fflush(stdout);
-}
+PlayOutput::~PlayOutput() { ShowStatus(""); }
 
 void PlayOutput::Begin() { begin_ms_ = WallMs(); }
 
@@ -103,16 +118,27 @@ std::uint32_t PlayOutput::WallMs() const {
 bool PlayOutput::Deliver(const std::string& client, const LogMessage& message) {
   const std::lock_guard lock(mutex_);
   const std::uint32_t wall_ms = WallMs();
-  if (format_ == PlayFormat::kJsonl) {
-    Print(DeliveryJson(wall_ms, client, message));
-  } else {
-    const auto log_ms = static_cast<std::int32_t>(message.time_stamp - log_start_ms_);
-    std::string line = Seconds(wall_ms) + "  " + Seconds(log_ms) + "  " + Printable(client) + "  " +
-                       std::to_string(message.GetDataID()) + "  ";
-    AppendPayloadText(line, message);
-    Print(line);
-  }
-  return !broken_;
+  Print(format_ == PlayFormat::kJsonl ? DeliveryJson(wall_ms, client, message)
+                                      : DeliveryText(wall_ms, client, message));
+  return error_ == 0;
+}
+
+std::string PlayOutput::DeliveryText(std::uint32_t wall_ms, const std::string& client,
+                                     const LogMessage& message) const {
+  constexpr std::size_t kTimeWidth = 10;
+  constexpr std::size_t kDataIdWidth = 5;
+  std::string line;
+  AppendRight(line, Seconds(wall_ms), kTimeWidth);
+  line += "  ";
+  AppendRight(line, Seconds(static_cast<std::int32_t>(message.time_stamp - log_start_ms_)),
+              kTimeWidth);
+  line += "  ";
+  AppendLeft(line, Printable(client), client_width_);
+  line += "  ";
+  AppendRight(line, std::to_string(message.GetDataID()), kDataIdWidth);
+  line += "  ";
+  AppendPayloadText(line, message);
+  return line;
 }
 
 void PlayOutput::Notify(const NotificationInfo& info) {
@@ -122,35 +148,47 @@ void PlayOutput::Notify(const NotificationInfo& info) {
 }
 
 void PlayOutput::Print(const std::string& line) {
+  if (error_ != 0) return;
   line_.clear();
   if (on_terminal_ && !status_.empty()) line_ += kEraseLine;
   line_ += line;
   line_ += '\n';
   if (on_terminal_) line_ += status_;
+  errno = 0;
   const bool written = std::fwrite(line_.data(), 1, line_.size(), stdout) == line_.size() &&
                        (!prompt_ || std::fflush(stdout) == 0);
-  if (!written) broken_ = true;
+  if (!written) error_ = errno != 0 ? errno : EIO;
 }
 
+// The new status is written over the old one, so that nothing flickers.
 void PlayOutput::ShowStatus(const std::string& status) {
   const std::lock_guard lock(mutex_);
   if (status_.empty() && status.empty()) return;
   status_ = status;
   if (on_terminal_) std::fflush(stdout);
-  std::fprintf(stderr, "%s%s", kEraseLine, status.c_str());
+  std::fprintf(stderr, "\r%s%s", status.c_str(), kEraseRest);
   std::fflush(stderr);
 }
 
 void PlayOutput::Say(const std::string& line) {
   const std::lock_guard lock(mutex_);
   if (on_terminal_) std::fflush(stdout);
-  std::fprintf(stderr, "%s%s\n%s", kEraseLine, line.c_str(), status_.c_str());
+  const char* const erase = status_.empty() ? "" : kEraseLine;
+  std::fprintf(stderr, "%s%s\n%s", erase, line.c_str(), status_.c_str());
   std::fflush(stderr);
+}
+
+void PlayOutput::Finish() {
+  ShowStatus("");
+  const std::lock_guard lock(mutex_);
+  errno = 0;
+  if (error_ == 0 && std::fflush(stdout) != 0) error_ = errno != 0 ? errno : EIO;
+  if (error_ != 0 && error_ != EPIPE) throw Failure("standard output: " + ErrorText(error_));
 }
 
 bool PlayOutput::IsBroken() const {
   const std::lock_guard lock(mutex_);
-  return broken_;
+  return error_ != 0;
 }
 
 }  // namespace kestrav::tool

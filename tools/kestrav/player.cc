@@ -8,6 +8,7 @@
 #include "kestrav/host/io/file_stream.h"
 #include "kestrav/host/text/string.h"
 #include "os.h"
+#include "text.h"
 
 namespace kestrav::tool {
 namespace {
@@ -88,7 +89,7 @@ Player::Player(const std::string& path, const Log& log, const PlayerSettings& se
     output_.Notify(info);
     if (info.id == NotifyEndOfLog) ended_ = true;
     if (info.id == NotifyPlaybackStopped) stopped_ = true;
-    if (IsOver() && on_change_) on_change_();
+    if ((IsOver() || output_.IsBroken()) && on_change_) on_change_();
   };
   if (engine_.notifier.Connect(on_notification) == 0) Fail("the recorder cannot be set up");
 }
@@ -97,8 +98,13 @@ Player::~Player() = default;
 
 void Player::Fail(const std::string& reason) const { throw Failure(path_ + ": " + reason); }
 
+void Player::Warn(const std::string& text) { output_.Say("kestrav: play: " + path_ + ": " + text); }
+
 void Player::AddClients(const Log& log, const PlayerSettings& settings) {
   const bool named = !log.dictionary.empty();
+  if (!named) {
+    Warn("its first record holds no names, so only clients with the ids 0 to 15 can be played to");
+  }
   const Dictionary names = named ? log.dictionary : NamesByMask(log.header.client_selection);
   for (const auto& [string_id, id] : names) {
     if (string_id == InfoClientImpl::s_InfoClientString) continue;
@@ -110,8 +116,8 @@ void Player::AddClients(const Log& log, const PlayerSettings& settings) {
     if (engine_.RegisterClient(client.get())) {
       clients_.push_back(std::move(client));
     } else {
-      output_.Say("kestrav: play: " + path_ + ": cannot play to the client '" + client->Name() +
-                  "', whose name is not valid");
+      Warn("nothing is played to '" + Printable(client->Name()) +
+           "', which is no name of a client or one too many");
     }
   }
   for (const std::string& name : settings.clients) {
@@ -119,6 +125,9 @@ void Player::AddClients(const Log& log, const PlayerSettings& settings) {
     if (std::ranges::none_of(clients_, is_named)) Fail("there is no client '" + name + "' in it");
   }
   if (clients_.empty()) Fail("there is no client in it to play to");
+  std::size_t width = 0;
+  for (const auto& client : clients_) width = std::max(width, Printable(client->Name()).size());
+  output_.SetClientWidth(width);
 }
 
 void Player::OpenLog(const PlayerSettings& settings) {
@@ -159,26 +168,27 @@ void Player::Poll(const std::function<bool()>& interrupted) {
   engine_.StopPlayback(false);
 }
 
+// What is damaged is not handed in: one such piece would end the playback. So does the gap that it
+// leaves, if the log is scrambled.
 void Player::PassThrough(const std::function<bool()>& interrupted) {
-  const auto walked = OpenFile(path_);
-  const auto read = OpenFile(path_);
-  BinaryDecoder walk(walked);
+  BinaryDecoder walk(OpenFile(path_));
+  const auto file = OpenFile(path_);
   Memory::MemBlock piece;
   const auto hand_in = [&](std::uint32_t at, std::uint32_t size) {
-    return piece.Resize(size) && read->Seek(at) && read->Read(piece.Data(), size) &&
+    return piece.Resize(size) && file->Seek(at) && file->Read(piece.Data(), size) &&
            engine_.PlaybackData(piece);
   };
   Start({});
   bool taken = walk.Initialize() && hand_in(0, kStreamHeaderSize);
   ResultCode code = kSuccess;
+  LogMessage record;
   while (taken && !interrupted()) {
-    BinaryLogRecordHeader header;
-    code = walk.GetNextLogRecordHeader(header);
+    code = walk.GetNextLogRecord(record);
     if (code != kSuccess) break;
-    const std::uint32_t size = kRecordHeaderSize + header.payload_size;
+    const std::uint32_t size = kRecordHeaderSize + record.GetDataSize();
     taken = hand_in(walk.Getoffset() - size, size);
   }
-  ended_ = taken && code == kNotEnoughData && walk.GetRemainingBytes() == 0;
+  ended_ = taken && code == kNotEnoughData;
   engine_.StopPlayback(false);
 }
 

@@ -67,6 +67,7 @@ class Player {
   void AddClients(const Log& log, const PlayerSettings& settings);
   void OpenLog(const PlayerSettings& settings);
   void ApplySettings(const PlayerSettings& settings);
+  void Warn(const std::string& text);
   [[noreturn]] void Fail(const std::string& reason) const;
 
   const std::string path_;

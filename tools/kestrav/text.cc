@@ -58,8 +58,8 @@ std::string Utc(std::int64_t unix_scnds) {
 }
 
 std::string Seconds(std::int64_t ms) {
-  return Format("%lld.%03lld", static_cast<long long>(ms / 1000),
-                static_cast<long long>(ms % 1000));
+  const auto size = static_cast<long long>(ms < 0 ? -ms : ms);
+  return Format(ms < 0 ? "-%lld.%03lld" : "%lld.%03lld", size / 1000, size % 1000);
 }
 
 std::string Fixed(double value, int decimals) { return Format("%.*f", decimals, value); }
