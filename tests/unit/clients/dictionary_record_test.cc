@@ -168,6 +168,19 @@ TEST(DictionaryReader, IgnoresAStringIdWithoutAnId) {
   EXPECT_EQ(Read("\x01\0\0\0GPS"s), Dictionary());
 }
 
+TEST(DictionaryReader, NeedsNoMemoryForAnUnterminatedField) {
+  const std::string endless(1024 * 1024, 'x');
+  for (const std::string& entries : {endless, "GPS\0"s + endless}) {
+    const Memory::MemBlock payload = Block("\x01\0\0\0"s + entries);
+    Dictionary dictionary;
+    const test::LargestAllocation largest;
+    const bool read = InfoClientUtility::ReadDictionaryData(dictionary, payload);
+    EXPECT_LT(largest.Bytes(), 1000U);
+    EXPECT_TRUE(read);
+    EXPECT_THAT(dictionary, IsEmpty());
+  }
+}
+
 TEST(DictionaryReader, RefusesAnEmptyStringId) {
   EXPECT_EQ(Read("\x01\0\0\0\0\0"s), std::nullopt);
   EXPECT_EQ(Read("\x01\0\0\0\0"s), std::nullopt);

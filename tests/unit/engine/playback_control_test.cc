@@ -55,6 +55,26 @@ TEST_F(EngineTest, EndsARunningPlaybackThatIsReplaced) {
   EXPECT_EQ(engine_.GetPlaybackStatus(), PlaybackOff);
 }
 
+TEST_F(EngineTest, DoesNotReplaceAPlaybackOnThePlaybackThread) {
+  std::vector<bool> replaced;
+  const auto replace = [&] { replaced.push_back(engine_.SetPlaybackMode(PlaybackModePolling)); };
+  gps_.on_delivery = [&](const ILogMessage&) {
+    replace();
+    return true;
+  };
+  on_notification_ = [&](const NotificationInfo& info) {
+    if (info.id == NotifyEndOfLog) replace();
+  };
+  Play(PlaybackModeNormal);
+  EXPECT_THAT(replaced, ElementsAre(false));
+  clock_->Advance(60'000);
+  EXPECT_THAT(replaced, ElementsAre(false, false, false)) << "two deliveries and the end";
+  EXPECT_TRUE(engine_.StartPlayback()) << "the playback is the same";
+  clock_->Advance(60'000);
+  EXPECT_EQ(gps_.Deliveries().size(), 4u);
+  EXPECT_TRUE(engine_.SetPlaybackMode(PlaybackModePolling));
+}
+
 TEST_F(EngineTest, EndsARunningPlaybackWhenItIsDestroyed) {
   RecordingClient gps(L"GPS");
   {

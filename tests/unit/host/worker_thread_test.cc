@@ -6,6 +6,7 @@
 #include <sched.h>
 
 #include <atomic>
+#include <chrono>
 #include <latch>
 #include <string>
 #include <thread>
@@ -14,6 +15,7 @@
 #include "support/manual_clock.h"
 #include "support/short_memory.h"
 #include "support/thread_modules.h"
+#include "support/watchdog.h"
 #include "unit/host/function_thread.h"
 
 namespace kestrav {
@@ -80,6 +82,30 @@ TEST(WorkerThread, AnEarlierRunOnItsWayOutIsWaitedForByTheNewThreadOnly) {
   gate.count_down();
   thread.WaitForCompletion();
   EXPECT_THAT(told.All(), ElementsAre("begin 1", "end 1", "begin 2", "end 2", "begin 3", "end 3"));
+}
+
+TEST(WorkerThread, ARunCanBeJoinedWhileALaterOneGoesOn) {
+  const test::Watchdog watchdog(std::chrono::seconds(60), "joining the earlier of two runs");
+  std::latch first(1);
+  std::latch second(1);
+  std::atomic<int> runs = 0;
+  std::atomic<int> ended = 0;
+  FunctionThread thread([&] {
+    (++runs == 1 ? first : second).wait();
+    ++ended;
+  });
+  EXPECT_FALSE(thread.CurrentRun());
+  ASSERT_TRUE(thread.Start());
+  const SmartPtr::Ptr<Thread::IThread> run = thread.CurrentRun();
+  ASSERT_TRUE(run);
+  ASSERT_TRUE(thread.Start());
+  EXPECT_NE(thread.CurrentRun(), run);
+  first.count_down();
+  run->Join();
+  EXPECT_EQ(ended, 1);
+  second.count_down();
+  thread.WaitForCompletion();
+  EXPECT_EQ(ended, 2);
 }
 
 TEST(WorkerThread, WaitingForItselfReturnsAtOnce) {
@@ -174,6 +200,23 @@ TEST(WorkerThread, ThatFoundNoThreadKeepsTheRunBeforeIt) {
   gate.count_down();
   thread.WaitForCompletion();
   EXPECT_TRUE(ended);
+}
+
+TEST(WorkerThread, ThatFoundNoThreadOnAWorkerThreadLetsTheClockSettle) {
+  const test::Watchdog watchdog(std::chrono::seconds(60), "a clock after a start that failed");
+  ManualClock clock;
+  ThreadsUnderTest none;
+  none.Refuse(true);
+  FunctionThread inner([] {});
+  std::atomic<bool> started = true;
+  FunctionThread outer([&](FunctionThread& self) {
+    started = inner.Start(none);
+    Thread::ManualResetEvent* const events[] = {&self.QuitEvent()};
+    Thread::WaitForFirst(events, Time::kNoLimit);
+  });
+  ASSERT_TRUE(outer.Start());
+  clock->Settle();
+  EXPECT_FALSE(started);
 }
 
 TEST(WorkerThread, IsNotStartedWhenMemoryIsShort) {

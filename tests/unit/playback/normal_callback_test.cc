@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "normal_rig.h"
 
 namespace kestrav::test {
@@ -86,6 +88,33 @@ TEST(NormalCallback, MayRewind) {
               ElementsAre("1000 a", "2000 b", "3000 c", "4000 d", "4000 speed 0", "4000 rewinds",
                           "4000 speed 1", "4000 rewound", "4000 b", "5000 c", "6000 d",
                           "7000 speed 0", "7000 e", "7000 end"));
+}
+
+// A start or a resume that delivers the last record at once is still being served.
+
+TEST(NormalCallback, MayStartAnewWhenAResumeHasJustReachedTheEnd) {
+  NormalRig rig;
+  rig.Play(Log({{1000, "a"}}));
+  ASSERT_TRUE(rig.playback.PausePlayback());
+  ASSERT_THAT(rig.Settled(), ElementsAre("0 speed 0", "0 paused"));
+  bool once = true;
+  rig.react = [&](const std::string&) { return !std::exchange(once, false) || rig.Start(); };
+  ASSERT_TRUE(rig.playback.ResumePlayback());
+  EXPECT_THAT(rig.Settled(), ElementsAre("0 resumed", "0 speed 1", "0 speed 0", "0 a", "0 speed 1",
+                                         "0 started", "0 speed 1", "0 end"));
+  EXPECT_THAT(rig.Run(1000), ElementsAre("1000 speed 0", "1000 a", "1000 end"));
+}
+
+TEST(NormalCallback, MayStartAnewWhenAStartAtAnOffsetHasJustReachedTheEnd) {
+  NormalRig rig;
+  rig.Insert(Log({{2000, "a"}}));
+  ASSERT_TRUE(rig.playback.SetStartPlaybackOffsetScnds(2));
+  int deliveries = 0;
+  rig.react = [&](const std::string&) { return ++deliveries == 3 || rig.Start(); };
+  ASSERT_TRUE(rig.Start());
+  rig.Settled();
+  EXPECT_EQ(deliveries, 3);
+  EXPECT_EQ(rig.Status(), PlaybackFinished);
 }
 
 // Several events that are set at once are served in the order quit, start, pause, rewind, end.

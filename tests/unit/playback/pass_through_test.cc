@@ -228,6 +228,33 @@ TEST(PassThroughStart, StopsAPlaybackThatRunsAndIsThenRefused) {
   EXPECT_TRUE(rig.Start());
 }
 
+// Stops the playback as soon as it is told of its start.
+class StoppingObserver final : public INotificationSink {
+ public:
+  explicit StoppingObserver(IBinaryPlayback& playback) : playback_(playback) {}
+
+  void SendNotification(const NotificationInfo& info) override {
+    ids.push_back(info.id);
+    if (info.id == NotifyPlaybackStarted) playback_.StopPlayback(false);
+  }
+
+  std::vector<int> ids;
+
+ private:
+  IBinaryPlayback& playback_;
+};
+
+TEST(PassThroughStart, ThatAnObserverStopsAtOnceIsNoStart) {
+  PassThroughRig rig;
+  StoppingObserver observer(rig.playback);
+  EXPECT_FALSE(rig.playback.StartPlayback(&rig.manager, &observer, rig.owner, L"Playback"));
+  EXPECT_THAT(observer.ids, ElementsAre(NotifyPlaybackStarted, NotifyPlaybackStopped));
+  EXPECT_EQ(rig.playback.GetPlaybackStatus(), PlaybackOff);
+  for (const Bytes& piece : Pieces(Drive(), 4)) EXPECT_FALSE(rig.Feed(piece));
+  rig.Play(Drive(), 4);
+  EXPECT_THAT(PayloadsOf(rig.gps), ElementsAre("a", "c"));
+}
+
 TEST(PassThroughStop, IsSilentWhileOff) {
   PassThroughRig rig;
   rig.playback.StopPlayback(true);
@@ -284,6 +311,24 @@ TEST(PassThroughCallback, MayStopThePlayback) {
   rig.gps.on_delivery = nullptr;
   rig.Play(Drive(), 4);
   EXPECT_THAT(PayloadsOf(rig.gps), ElementsAre("a", "a", "c"));
+}
+
+TEST(PassThroughCallback, MayStopAndStartThePlayback) {
+  PassThroughRig rig;
+  bool once = true;
+  rig.gps.on_delivery = [&](const ILogMessage&) {
+    if (!std::exchange(once, false)) return true;
+    rig.playback.StopPlayback(false);
+    return rig.Start();
+  };
+  ASSERT_TRUE(rig.Start());
+  const std::vector<Bytes> pieces = Pieces(Drive(), 4);
+  for (std::size_t i = 0; i < 3; ++i) rig.Feed(pieces[i]);
+  ASSERT_THAT(rig.notifications.TakeIds(),
+              ElementsAre(NotifyPlaybackStarted, NotifyPlaybackStopped, NotifyPlaybackStarted));
+  for (const Bytes& piece : pieces) EXPECT_TRUE(rig.Feed(piece));
+  EXPECT_THAT(PayloadsOf(rig.gps), ElementsAre("a", "a", "c"));
+  EXPECT_THAT(PayloadsOf(rig.can), ElementsAre("b"));
 }
 
 TEST(PassThroughCallback, MayAskForTheStatus) {
