@@ -3,6 +3,8 @@
 //
 // KIND says how a line became a payload: nmea and csv are the line itself, candump is the frame as
 // the Linux kernel lays it out. Exits with 0 only if every line was delivered, once and in order.
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
@@ -20,6 +22,7 @@ namespace kestrav {
 namespace {
 
 constexpr std::size_t kFrameBytes = 16;
+constexpr std::uint16_t kUnreadable = 98;  // the data id of a line that is recorded as it stands
 
 std::string Hex(std::uint32_t value, int digits) {
   char text[16];
@@ -31,8 +34,10 @@ std::string Hex(std::uint32_t value, int digits) {
 std::string FrameText(const std::uint8_t* frame) {
   constexpr std::uint32_t kLongId = 0x80000000;
   constexpr std::uint32_t kRequest = 0x40000000;
+  constexpr std::uint32_t kError = 0x20000000;
   const auto id = Memory::GetLittleEndian<std::uint32_t>(frame);
-  std::string text = (id & kLongId) != 0 ? Hex(id & 0x1FFFFFFF, 8) : Hex(id & 0x7FF, 3);
+  const bool is_long = (id & (kLongId | kError)) != 0;
+  std::string text = is_long ? Hex(id & ~(kLongId | kRequest), 8) : Hex(id & 0x7FF, 3);
   text += '#';
   const std::uint8_t length = frame[4];
   if ((id & kRequest) != 0) return text + (length > 0 ? "R" + std::to_string(length) : "R");
@@ -53,7 +58,7 @@ class SourceClient final : public IClient {
   const std::string& Problem() const { return problem_; }
 
   // After the playback: whether the source has a line that was not delivered.
-  bool HasMore() { return NextLine().has_value(); }
+  bool HasMore() { return NextLine(false).has_value(); }
 
   bool AcceptsPlaybackOffsetData() override { return false; }
   String GetClientStringID() const override { return Text::FromUtf8(name_); }
@@ -61,9 +66,11 @@ class SourceClient final : public IClient {
   bool IsUserSelectableForPlayback() override { return true; }
 
   bool OnPlaybackData(const ILogMessage& message) override {
-    const std::optional<std::string> expected = NextLine();
-    const std::string delivered = Shown(message);
+    const bool is_frame = is_can_ && message.GetDataID() != kUnreadable;
+    const std::optional<std::string> expected = NextLine(is_frame);
+    const std::string delivered = Shown(message, is_frame);
     ++count_;
+    if (!problem_.empty()) return false;
     if (!expected) {
       problem_ = "more was delivered than the source has: " + delivered;
     } else if (delivered != *expected) {
@@ -74,22 +81,24 @@ class SourceClient final : public IClient {
   }
 
  private:
-  std::string Shown(const ILogMessage& message) const {
+  static std::string Shown(const ILogMessage& message, bool is_frame) {
     const std::uint8_t* const data = message.GetDataPointer();
-    if (is_can_ && message.GetDataSize() == kFrameBytes) return FrameText(data);
+    if (is_frame && message.GetDataSize() == kFrameBytes) return FrameText(data);
     return {reinterpret_cast<const char*>(data), message.GetDataSize()};
   }
 
-  // The next line without its end, of candump its third field; empty lines are not recorded.
-  std::optional<std::string> NextLine() {
+  // The next line without its end, of a frame its third field; empty lines are not recorded.
+  std::optional<std::string> NextLine(bool is_frame) {
     std::string line;
     while (std::getline(lines_, line)) {
       ++line_;
       if (!line.empty() && line.back() == '\r') line.pop_back();
       if (line.empty()) continue;
       std::string frame;
-      if (is_can_ && std::istringstream(line) >> frame >> frame >> frame) return frame;
-      return line;
+      if (!is_frame || !(std::istringstream(line) >> frame >> frame >> frame)) return line;
+      std::transform(frame.begin(), frame.end(), frame.begin(),
+                     [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+      return frame;
     }
     return std::nullopt;
   }

@@ -1,8 +1,10 @@
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <limits>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -164,7 +166,10 @@ void ShowProgress(Progress& progress, LogFile& log, std::uint64_t records) {
 }
 
 ExitCode Cat(const CatOptions& options) {
-  if (!(options.from_scnds <= options.to_scnds)) {
+  if (std::isnan(options.from_scnds) || std::isnan(options.to_scnds)) {
+    throw Failure("--from and --to are numbers of seconds", kWrongUsage);
+  }
+  if (options.from_scnds > options.to_scnds) {
     throw Failure("--from is later than --to", kWrongUsage);
   }
   const ClientNames names = FindNames(options.log);

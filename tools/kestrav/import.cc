@@ -12,6 +12,7 @@
 #include "kestrav/host/time/manual_source.h"
 #include "kestrav/host/time/source.h"
 #include "log_recorder.h"
+#include "os.h"
 #include "output_file.h"
 #include "progress.h"
 #include "text.h"
@@ -166,8 +167,8 @@ void Record(const Sources& sources, TraceClock& clock, LogRecorder& recorder) {
 
 void Warn(const TraceSource& source, const std::string& text) {
   const std::string& file = source.Spec().file;
-  std::fprintf(stderr, "kestrav: import: %s: %s\n", file == "-" ? "standard input" : file.c_str(),
-               text.c_str());
+  const std::string line = (file == "-" ? "standard input" : file) + ": " + text;
+  std::fprintf(stderr, "kestrav: import: %s\n", OneLine(line).c_str());
 }
 
 void Report(const ImportOptions& options, const Sources& sources, const LogRecorder& recorder,
@@ -178,6 +179,14 @@ void Report(const ImportOptions& options, const Sources& sources, const LogRecor
                             "sentences have a wrong checksum") +
                         " (recorded like the others)");
     }
+    if (source->TooLate() > 0) {
+      Warn(*source, Counted(source->TooLate(), "line has", "lines have") +
+                        " a time more than 49 days after the first (recorded at the time before)");
+    }
+    if (source->Backward() > 0) {
+      Warn(*source, Counted(source->Backward(), "line has", "lines have") +
+                        " a time before that of the line before (recorded at the time before)");
+    }
     if (source->Unreadable() > 0) {
       Warn(*source, Counted(source->Unreadable(), "line is", "lines are") + " no " +
                         source->Spec().kind + " (recorded with data id " +
@@ -185,19 +194,21 @@ void Report(const ImportOptions& options, const Sources& sources, const LogRecor
                         std::to_string(source->FirstUnreadable()));
     }
   }
-  std::printf("%s: %s of %s, %s\n", options.out.c_str(),
+  std::printf("%s: %s of %s, %s\n", OneLine(options.out).c_str(),
               Counted(recorder.Records(), "record", "records").c_str(),
               Counted(sources.size(), "source", "sources").c_str(),
               HumanDuration(static_cast<std::int64_t>(length_ms)).c_str());
   for (const auto& source : sources) {
     std::printf("  %s: %s of %s\n", source->Spec().name.c_str(),
-                Counted(source->Lines(), "line", "lines").c_str(), source->Spec().file.c_str());
+                Counted(source->Lines(), "line", "lines").c_str(),
+                OneLine(source->Spec().file).c_str());
   }
 }
 
 ExitCode Import(const ImportOptions& options) {
   const std::vector<SourceSpec> specs = ParseSources(options);
   OutputFile out(options.out, specs);
+  const RemoveOnInterrupt remove_part(out.PartPath());
   const Sources sources = OpenSources(specs, options);
   TraceClock clock(StartScnds(sources));
   LogRecorder recorder(out.PartPath(), options.out, options.plain);
@@ -229,8 +240,10 @@ void AddImport(CLI::App& app, ExitCode& exit_code) {
       "Each source becomes a client of the log; all start together, and the log's time stamps "
       "have\n"
       "the spacing of the traces. Kinds, and the names of their clients unless NAME= is given:\n"
-      "  nmea     GPS  sentences of a satellite receiver; time: the last RMC or GGA\n"
-      "  candump  CAN  candump -L; 16-byte CAN frames with data id 1\n"
+      "  nmea     GPS  sentences of a satellite receiver; time: the last RMC or GGA whose own\n"
+      "                checksum is not wrong\n"
+      "  candump  CAN  candump -L; 16-byte CAN frames with data id 1 (classic frames, without\n"
+      "                the direction that candump -x adds)\n"
       "  csv      IMU  the header line has data id 1, samples have data id 2\n"
       "Data ids of sentences: " +
       NmeaDataIdTable() +

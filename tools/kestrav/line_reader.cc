@@ -24,8 +24,8 @@ bool LineCutter::Next(std::string_view& line) {
   } else {
     line = std::string_view(data_).substr(at_, end - at_);
     at_ = searched_ = end + 1;
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   }
-  if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
   return true;
 }
 

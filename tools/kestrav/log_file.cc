@@ -11,9 +11,15 @@
 
 namespace kestrav::tool {
 
+String WidePath(const std::string& path) {
+  String wide = Text::FromUtf8(path);
+  if (Text::ToUtf8(wide) != path) throw Failure(path + ": the name of the file is not UTF-8");
+  return wide;
+}
+
 LogFile::LogFile(const std::string& path)
     : path_(path), stream_(std::make_shared<Io::BufferedFileInputStream>()) {
-  if (!stream_->Open(Text::FromUtf8(path))) {
+  if (!stream_->Open(WidePath(path))) {
     const bool special = stream_->Error() == EINVAL;
     throw Failure(path + ": " + (special ? "not a regular file" : ErrorText(stream_->Error())));
   }

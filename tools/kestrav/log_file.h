@@ -13,6 +13,9 @@
 
 namespace kestrav::tool {
 
+// A file's name as the library takes it. Throws `Failure` when it is not UTF-8.
+String WidePath(const std::string& path);
+
 // An opened log, standing behind its header.
 class LogFile {
  public:

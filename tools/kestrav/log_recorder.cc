@@ -10,6 +10,7 @@
 #include "kestrav/format/record_header.h"
 #include "kestrav/format/stream_header.h"
 #include "kestrav/host/text/string.h"
+#include "log_file.h"
 #include "os.h"
 
 namespace kestrav::tool {
@@ -29,7 +30,7 @@ class LogRecorder::Client final : public IClient {
 
 LogRecorder::LogRecorder(const std::string& path, const std::string& name, bool plain)
     : path_(path), name_(name), stream_(std::make_shared<Io::BufferedFileOutputStream>()) {
-  if (!stream_->Open(Text::FromUtf8(path), Io::OpenMode::kCreate)) {
+  if (!stream_->Open(WidePath(path), Io::OpenMode::kCreate)) {
     const bool special = stream_->Error() == static_cast<int>(std::errc::invalid_argument);
     Fail(special ? "not a regular file" : ErrorText(stream_->Error()));
   }
@@ -99,7 +100,7 @@ void LogRecorder::Finish() {
 void LogRecorder::CheckFile() const {
   auto file = std::make_shared<Io::BufferedFileInputStream>();
   BinaryLogStreamHeader header;
-  const bool read = file->Open(Text::FromUtf8(path_)) && header.ReadData(file);
+  const bool read = file->Open(WidePath(path_)) && header.ReadData(file);
   const std::uint64_t own_bytes = kStreamHeaderSize + records_ * kRecordHeaderSize + payload_bytes_;
   if (!read || header.stream_length != std::filesystem::file_size(path_) ||
       header.stream_length < own_bytes) {

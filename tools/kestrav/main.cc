@@ -1,4 +1,4 @@
-#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -6,15 +6,15 @@
 
 #include "commands.h"
 #include "os.h"
+#include "text.h"
 
 namespace kestrav::tool {
 namespace {
 
-ExitCode ReportError(const CLI::App& app, std::string message, ExitCode code) {
-  std::replace(message.begin(), message.end(), '\n', ' ');
+ExitCode ReportError(const CLI::App& app, const std::string& message, ExitCode code) {
   std::string where = "kestrav: ";
   for (const CLI::App* const command : app.get_subcommands()) where += command->get_name() + ": ";
-  std::fprintf(stderr, "%s%s\n", where.c_str(), message.c_str());
+  std::fprintf(stderr, "%s%s\n", where.c_str(), OneLine(message).c_str());
   return code;
 }
 
@@ -53,6 +53,9 @@ int Run(int argc, char** argv) {
   } catch (const std::exception& error) {
     return ReportError(app, error.what(), kFailed);
   }
+  if (std::fflush(stdout) != 0 && errno != EPIPE) {
+    return ReportError(app, "standard output: " + ErrorText(errno), kFailed);
+  }
   return exit_code;
 }
 
@@ -60,6 +63,7 @@ int Run(int argc, char** argv) {
 }  // namespace kestrav::tool
 
 int main(int argc, char** argv) {
+  kestrav::tool::OpenStandardStreams();
   kestrav::tool::IgnoreWriteSignals();
   return kestrav::tool::Run(argc, argv);
 }

@@ -9,6 +9,20 @@
 
 namespace kestrav::tool {
 
+// Gives the standard streams that are closed a place, so that no file takes theirs.
+void OpenStandardStreams();
+
+std::string ProcessId();
+
+// Removes a file when the user interrupts the program, which then ends. At most one at a time.
+class RemoveOnInterrupt {
+ public:
+  explicit RemoveOnInterrupt(const std::string& path);
+  ~RemoveOnInterrupt();
+  RemoveOnInterrupt(const RemoveOnInterrupt&) = delete;
+  RemoveOnInterrupt& operator=(const RemoveOnInterrupt&) = delete;
+};
+
 // Writing into a pipe that nobody reads, or beyond the largest file that the user may write, then
 // fails instead of ending the program.
 void IgnoreWriteSignals();

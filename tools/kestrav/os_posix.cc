@@ -22,6 +22,15 @@ void OnInterrupt(int /*signal*/) {
   errno = before;
 }
 
+std::string unfinished;  // set before its handler is
+
+void OnInterruptRemove(int signal) {
+  unlink(unfinished.c_str());
+  raise(signal);  // by now its handler is the default one
+}
+
+constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP};
+
 void Handle(int signal, void (*handler)(int), int flags) {
   struct sigaction action {};
   action.sa_handler = handler;
@@ -31,6 +40,23 @@ void Handle(int signal, void (*handler)(int), int flags) {
 }
 
 }  // namespace
+
+void OpenStandardStreams() {
+  int opened = 0;
+  while (opened >= 0 && opened <= STDERR_FILENO) opened = open("/dev/null", O_RDWR);
+  if (opened > STDERR_FILENO) close(opened);
+}
+
+std::string ProcessId() { return std::to_string(getpid()); }
+
+RemoveOnInterrupt::RemoveOnInterrupt(const std::string& path) {
+  unfinished = path;
+  for (const int signal : kInterrupts) Handle(signal, OnInterruptRemove, SA_RESETHAND | SA_NODEFER);
+}
+
+RemoveOnInterrupt::~RemoveOnInterrupt() {
+  for (const int signal : kInterrupts) Handle(signal, SIG_DFL, 0);
+}
 
 void IgnoreWriteSignals() {
   for (const int signal : {SIGPIPE, SIGXFSZ}) Handle(signal, SIG_IGN, 0);
@@ -47,11 +73,11 @@ std::string ErrorText(int error) { return std::generic_category().message(error)
 
 LiveInput::LiveInput() {
   if (pipe2(interrupt_pipe, O_CLOEXEC | O_NONBLOCK) != 0) throw Failure(ErrorText(errno));
-  for (const int signal : {SIGINT, SIGTERM}) Handle(signal, OnInterrupt, SA_RESTART | SA_RESETHAND);
+  for (const int signal : kInterrupts) Handle(signal, OnInterrupt, SA_RESTART | SA_RESETHAND);
 }
 
 LiveInput::~LiveInput() {
-  for (const int signal : {SIGINT, SIGTERM}) Handle(signal, SIG_DFL, 0);
+  for (const int signal : kInterrupts) Handle(signal, SIG_DFL, 0);
   for (int& end : interrupt_pipe) {
     close(end);
     end = -1;

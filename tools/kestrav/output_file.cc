@@ -4,32 +4,30 @@
 #include <system_error>
 
 #include "exit_codes.h"
+#include "os.h"
 
 namespace kestrav::tool {
-namespace {
-
 namespace fs = std::filesystem;
 
-bool IsSameFile(const std::string& path, const SourceSpec& source) {
+bool IsSameFile(const std::string& path, const std::string& source) {
   std::error_code error;
-  const bool same = fs::equivalent(path, source.file == "-" ? "/dev/stdin" : source.file, error);
+  const bool same = fs::equivalent(path, source == "-" ? "/dev/stdin" : source, error);
   return !error && same;
 }
 
-}  // namespace
-
 OutputFile::OutputFile(const std::string& path, const std::vector<SourceSpec>& sources)
     : name_(path), path_(path) {
+  if (path.empty()) throw Failure("the name of the output is empty", kWrongUsage);
   std::error_code error;
   if (const fs::path target = fs::canonical(path, error); !error) path_ = target;
-  part_ = path_ + ".part";
+  part_ = path_ + "." + ProcessId() + ".part";
   for (const std::string& written : {path_, part_}) {
     const fs::file_status status = fs::status(written, error);
     if (fs::exists(status) && !fs::is_regular_file(status)) {
       throw Failure(written + ": not a regular file");
     }
     for (const SourceSpec& source : sources) {
-      if (!IsSameFile(written, source)) continue;
+      if (!IsSameFile(written, source.file)) continue;
       throw Failure(written + ": is a source and would be overwritten", kWrongUsage);
     }
   }

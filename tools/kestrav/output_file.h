@@ -8,11 +8,15 @@
 
 namespace kestrav::tool {
 
-// A file that is written beside its place, as `<path>.part`, and put there when it is whole. Until
-// then what was there before stays as it is.
+// Whether a file that is to be written is `source`, where - stands for standard input.
+bool IsSameFile(const std::string& path, const std::string& source);
+
+// A file that is written beside its place, as `<path>.<process>.part`, and put there when it is
+// whole. Until then what was there before stays as it is.
 class OutputFile {
  public:
-  // Throws `Failure` when `path` is no place for a file, or (wrong usage) when it is a source.
+  // Throws `Failure` when `path` is no place for a file, or (wrong usage) when it is empty or a
+  // source.
   OutputFile(const std::string& path, const std::vector<SourceSpec>& sources);
   // Removes the part unless it was committed.
   ~OutputFile();

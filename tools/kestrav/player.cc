@@ -7,6 +7,7 @@
 #include "kestrav/format/decoder.h"
 #include "kestrav/host/io/file_stream.h"
 #include "kestrav/host/text/string.h"
+#include "log_file.h"
 #include "os.h"
 #include "text.h"
 
@@ -17,7 +18,7 @@ using Io::BufferedFileInputStream;
 
 std::shared_ptr<BufferedFileInputStream> OpenFile(const std::string& path) {
   auto file = std::make_shared<BufferedFileInputStream>();
-  if (!file->Open(Text::FromUtf8(path))) {
+  if (!file->Open(WidePath(path))) {
     throw Failure(path + ": " + ErrorText(file->Error()));
   }
   return file;

@@ -9,6 +9,7 @@
 #include "line_reader.h"
 #include "log_recorder.h"
 #include "os.h"
+#include "output_file.h"
 #include "progress.h"
 #include "source_spec.h"
 #include "text.h"
@@ -88,6 +89,10 @@ class LineRecording {
 
 ExitCode Record(const RecordOptions& options) {
   const SourceSpec spec = ParseLiveSource(options.source);
+  if (options.out.empty()) throw Failure("the name of the output is empty", kWrongUsage);
+  if (IsSameFile(options.out, spec.file)) {
+    throw Failure(options.out + ": is the input and would be overwritten", kWrongUsage);
+  }
   LiveInput input;
   LogRecorder recorder(options.out, options.out, options.plain);
   const std::size_t client = recorder.AddClient(spec.name);

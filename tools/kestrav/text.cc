@@ -62,6 +62,12 @@ std::string Seconds(std::int64_t ms) {
   return Format(ms < 0 ? "-%lld.%03lld" : "%lld.%03lld", size / 1000, size % 1000);
 }
 
+std::string OneLine(std::string text) {
+  const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; };
+  std::replace_if(text.begin(), text.end(), is_control, '?');
+  return text;
+}
+
 std::string Fixed(double value, int decimals) { return Format("%.*f", decimals, value); }
 
 std::string Counted(std::uint64_t count, std::string_view one, std::string_view many) {

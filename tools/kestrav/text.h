@@ -25,6 +25,9 @@ void AppendHex(std::string& out, const std::uint8_t* data, std::size_t size);
 std::string Printable(std::string_view bytes);
 bool IsPrintable(std::string_view bytes);
 
+// The text with a ? in place of each control character: one line, safe to write to a terminal.
+std::string OneLine(std::string text);
+
 }  // namespace kestrav::tool
 
 #endif  // KESTRAV_TOOLS_TEXT_H_

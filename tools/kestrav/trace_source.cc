@@ -71,20 +71,14 @@ bool TraceSource::ReadLine() {
   ++number_;
   if (text.empty()) return true;
   ParsedLine parsed = Parse(text);
-  std::uint32_t at_ms = at_ms_;
-  if (!PlaceInTime(parsed, at_ms)) {
-    parsed.data_id = kUnreadableDataId;
-    parsed.payload = text;
-  }
-  if (at_ms > limit_ms_) {
+  if (!PlaceInTime(parsed)) {
     ended_ = true;
     return false;
   }
-  at_ms_ = at_ms;
   ++lines_;
   wrong_checksums_ += parsed.wrong_checksum ? 1 : 0;
   if (parsed.data_id == kUnreadableDataId && unreadable_++ == 0) first_unreadable_ = number_;
-  ahead_.push_back({parsed.data_id, std::move(parsed.payload), at_ms});
+  ahead_.push_back({parsed.data_id, std::move(parsed.payload), at_ms_});
   return true;
 }
 
@@ -96,13 +90,20 @@ ParsedLine TraceSource::Parse(std::string_view text) {
   }
 }
 
-// false: the time lies beyond what a log can hold.
-bool TraceSource::PlaceInTime(const ParsedLine& parsed, std::uint32_t& at_ms) {
+// false: the line lies beyond the limit. A time that a log cannot hold, or one before that of the
+// line before, does not count.
+bool TraceSource::PlaceInTime(const ParsedLine& parsed) {
   if (!parsed.time_ms) return true;
   if (!first_ms_) first_ms_ = *parsed.time_ms;
   const std::int64_t since_first = *parsed.time_ms - *first_ms_;
-  if (since_first > std::int64_t{kLatestMs}) return false;
-  if (since_first > std::int64_t{at_ms}) at_ms = static_cast<std::uint32_t>(since_first);
+  if (limit_ms_ < kLatestMs && since_first > std::int64_t{limit_ms_}) return false;
+  if (since_first > std::int64_t{kLatestMs}) {
+    ++too_late_;
+  } else if (since_first < std::int64_t{at_ms_}) {
+    ++backward_;
+  } else {
+    at_ms_ = static_cast<std::uint32_t>(since_first);
+  }
   return true;
 }
 

@@ -54,13 +54,15 @@ class TraceSource {
   // Of the lines read so far.
   std::uint64_t Lines() const { return lines_; }
   std::uint64_t WrongChecksums() const { return wrong_checksums_; }
+  std::uint64_t TooLate() const { return too_late_; }   // with a time that no log can hold
+  std::uint64_t Backward() const { return backward_; }  // with a time before the line before
   std::uint64_t Unreadable() const { return unreadable_; }
   std::uint64_t FirstUnreadable() const { return first_unreadable_; }  // its number, from 1
 
  private:
   bool ReadLine();
   ParsedLine Parse(std::string_view text);
-  bool PlaceInTime(const ParsedLine& parsed, std::uint32_t& at_ms);
+  bool PlaceInTime(const ParsedLine& parsed);
 
   const SourceSpec spec_;
   const std::uint32_t limit_ms_;
@@ -73,6 +75,8 @@ class TraceSource {
   std::uint64_t number_ = 0;
   std::uint64_t lines_ = 0;
   std::uint64_t wrong_checksums_ = 0;
+  std::uint64_t too_late_ = 0;
+  std::uint64_t backward_ = 0;
   std::uint64_t unreadable_ = 0;
   std::uint64_t first_unreadable_ = 0;
 };
