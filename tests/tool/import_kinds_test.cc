@@ -104,7 +104,6 @@ TEST(ImportOfCandump, RecordsWhatIsNoClassicFrameAsItStands) {
                                           "(2) can0 123#11",
                                           "2.000000 can0 123#11",
                                           "(x.000000) can0 123#11",
-                                          "(9999999999.000000) can0 123#11",
                                           "   "};
   std::string trace = "(1.000000) can0 001#\n(1.500000) can0 001#\n";
   for (const std::string& line : lines) trace += line + "\n";
@@ -117,7 +116,29 @@ TEST(ImportOfCandump, RecordsWhatIsNoClassicFrameAsItStands) {
   EXPECT_EQ(Lines(err).size(), 1U);
   EXPECT_THAT(err,
               ::testing::HasSubstr(
-                  ": 16 lines are no candump (recorded with data id 98), the first is line 3"));
+                  ": 15 lines are no candump (recorded with data id 98), the first is line 3"));
+}
+
+TEST(ImportOfCandump, RecordsAFrameWithAnImpossibleTimeAtTheTimeBeforeAndSaysSo) {
+  std::string err;
+  const std::vector<Record> records =
+      Imported("candump",
+               "(1.000000) can0 001#\n(1.500000) can0 001#\n(9999999999.000000) can0 001#\n"
+               "(1.200000) can0 001#\n(2.000000) can0 001#\n",
+               {}, &err);
+  ASSERT_EQ(records.size(), 5U);
+  const std::uint32_t times[] = {0, 500, 500, 500, 1000};
+  for (std::size_t i = 0; i < records.size(); ++i) {
+    EXPECT_EQ(records[i], (Record{1, times[i], records[0].payload}));
+  }
+  EXPECT_THAT(err, ::testing::HasSubstr("1 line has a time more than 49 days after the first"));
+  EXPECT_THAT(err, ::testing::HasSubstr("1 line has a time before that of the line before"));
+}
+
+TEST(ImportOfCandump, LeavesOutWhatLiesFarBeyondTheLimit) {
+  const std::vector<Record> records = Imported(
+      "candump", "(1.000000) can0 001#\n(9999999999.000000) can0 001#\n", {"--limit", "10"});
+  EXPECT_EQ(records.size(), 1U);
 }
 
 TEST(ImportOfCandump, KeepsThePresentTimeWhenATraceGoesBack) {
