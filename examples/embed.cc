@@ -14,24 +14,23 @@ struct Gearbox final : IClient {
 int main() {
   Thread::ThreadModule threads;
   Gearbox gearbox;
-  bool started = false;
-  bool written = true;
+  int written = 0;
   {
     KestravImpl recorder;  // its end finishes the log
     const auto on_notification = [&](const NotificationInfo& info) {
-      if (info.id != NotifyLoggingStarted) return;
-      for (std::uint8_t gear = 1; gear <= 2; ++gear) {
+      for (std::uint8_t gear = 1; info.id == NotifyLoggingStarted && gear <= 2; ++gear) {
         const auto message = std::make_shared<LogMessage>();
-        const bool filled = message->Assign(gearbox.client_id, 1, &gear, 1, 0);
-        written = filled && recorder.WriteData(message) && written;
+        written +=
+            message->Assign(gearbox.client_id, 1, &gear, 1, 0) && recorder.WriteData(message);
       }
     };
     const auto file = std::make_shared<Io::BufferedFileOutputStream>();
-    started = file->Open(L"embed.klog", Io::OpenMode::kCreate) &&
-              recorder.Init(&threads, L"Demo") && recorder.RegisterClient(&gearbox) &&
-              recorder.SelectForLogging(L"Gearbox") &&
-              recorder.notifier.Connect(on_notification) != 0 &&
-              recorder.SetLoggingOutputStream(file) && recorder.StartLogging();
+    if (!file->Open(L"embed.klog", Io::OpenMode::kCreate) || !recorder.Init(&threads, L"Demo") ||
+        !recorder.RegisterClient(&gearbox) || !recorder.SelectForLogging(L"Gearbox") ||
+        recorder.notifier.Connect(on_notification) == 0 || !recorder.SetLoggingOutputStream(file) ||
+        !recorder.StartLogging()) {
+      return 1;
+    }
   }
-  return started && written ? 0 : 1;
+  return written == 2 ? 0 : 1;
 }
