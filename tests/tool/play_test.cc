@@ -221,7 +221,7 @@ TEST(Play, SaysThatARecordingWasNotFinished) {
     EXPECT_EQ(result.code, 1);
     EXPECT_EQ(result.err, "kestrav: play: " + path +
                               ": the recording was not finished, its header lacks length and "
-                              "duration\n");
+                              "duration; kestrav repair works them out\n");
   }
 }
 

@@ -14,6 +14,7 @@ void AddRecord(CLI::App& app, ExitCode& exit_code);
 void AddInfo(CLI::App& app, ExitCode& exit_code);
 void AddCat(CLI::App& app, ExitCode& exit_code);
 void AddPlay(CLI::App& app, ExitCode& exit_code);
+void AddRepair(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace kestrav::tool
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "commands.h"
+#include "header_text.h"
 #include "log_file.h"
 #include "output.h"
 #include "scan.h"
@@ -104,19 +105,10 @@ void Cell(std::string& out, const std::string& text, std::size_t width) {
   out += text;
 }
 
-std::string Hex(std::uint32_t value) {
-  std::string text = "0x";
-  const std::uint8_t bytes[] = {static_cast<std::uint8_t>(value >> 8),
-                                static_cast<std::uint8_t>(value)};
-  const bool wide = value > 0xFF;
-  AppendHex(text, wide ? bytes : bytes + 1, wide ? 2 : 1);
-  return text;
-}
-
 std::string LengthText(const LogFile& log) {
   const std::uint32_t length = log.Header().stream_length;
-  if (length == 0) return "unknown: the recording was not finished";
-  const std::string text = HumanCount(length) + " bytes";
+  const std::string text = StreamLengthText(log.Header());
+  if (length == 0) return text + ": the recording was not finished; kestrav repair works it out";
   return IsCut(log) ? text + ", of which the file lacks " + HumanCount(length - log.Size()) : text;
 }
 
@@ -148,8 +140,7 @@ void PrintHeader(std::string& out, const LogFile& log, const ClientNames& names,
   const bool zero = reserved.find_first_not_of('0') == std::string::npos;
   out += log.Path() + "\n";
   Row(out, "started", Utc(header.start_time) + " (" + std::to_string(header.start_time) + ")");
-  Row(out, "duration",
-      header.stream_length == 0 ? "unknown" : HumanDuration(header.recording_duration));
+  Row(out, "duration", DurationText(header));
   Row(out, "file size", HumanSize(log.Size()) + " (" + HumanCount(log.Size()) + " bytes)");
   Row(out, "stream length", LengthText(log));
   Row(out, "scrambled", ScramblingText(header));

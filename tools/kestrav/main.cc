@@ -39,6 +39,7 @@ int Run(int argc, char** argv) {
   AddInfo(app, exit_code);
   AddCat(app, exit_code);
   AddPlay(app, exit_code);
+  AddRepair(app, exit_code);
   try {
     CheckSubcommand(app, argc > 1 ? argv[1] : "");
     app.parse(argc, argv);

@@ -137,7 +137,8 @@ void Player::OpenLog(const PlayerSettings& settings) {
   std::vector<String> offered;
   if (!engine_.SetPlaybackInputStream(OpenFile(path_))) Fail("the log cannot be opened");
   if (!engine_.GetPlaybackAttributes(length_ms, size, offered)) {
-    Fail(size == 0 ? "the recording was not finished, its header lacks length and duration"
+    Fail(size == 0 ? "the recording was not finished, its header lacks length and duration; "
+                     "kestrav repair works them out"
                    : "there is no client in it to play to");
   }
   for (const String& string_id : offered) {

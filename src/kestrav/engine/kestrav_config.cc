@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <string_view>
 
 #include "kestrav/host/memory/try.h"
 #include "kestrav/host/text/integer.h"
@@ -14,7 +15,8 @@ constexpr const wchar_t* kEncryption = L"Encryption";
 constexpr std::size_t kMaxClientValue = 256;  // characters
 
 template <class Kind>
-SmartPtr::Ptr<Kind> FindIn(const std::vector<SmartPtr::Ptr<Kind>>& entries, const String& name) {
+SmartPtr::Ptr<Kind> FindIn(const std::vector<SmartPtr::Ptr<Kind>>& entries,
+                           std::wstring_view name) {
   const auto is_it = [&](const SmartPtr::Ptr<Kind>& entry) { return entry->Name() == name; };
   const auto found = std::find_if(entries.begin(), entries.end(), is_it);
   return found == entries.end() ? nullptr : *found;

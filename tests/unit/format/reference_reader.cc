@@ -6,7 +6,7 @@ namespace kestrav::test {
 
 ReferenceReader::ReferenceReader(Bytes log) : log_(std::move(log)) {}
 
-std::uint8_t ReferenceReader::Unscrambled(std::uint64_t at, std::uint8_t stream_key,
+std::uint8_t ReferenceReader::Unscrambled(std::size_t at, std::uint8_t stream_key,
                                           std::uint32_t index) const {
   const std::uint8_t byte = log_.at(at);
   if (stream_key == 0) return byte;
@@ -15,11 +15,11 @@ std::uint8_t ReferenceReader::Unscrambled(std::uint64_t at, std::uint8_t stream_
   return static_cast<std::uint8_t>(byte ^ key);
 }
 
-std::uint32_t ReferenceReader::Number(std::uint64_t at, int size) const {
+std::uint32_t ReferenceReader::Number(std::size_t at, int size) const {
   std::uint32_t number = 0;
   while (size-- > 0) {
     number = number * 256 +
-             Unscrambled(at + static_cast<std::uint64_t>(size), log_.at(10), expected_index_);
+             Unscrambled(at + static_cast<std::size_t>(size), log_.at(10), expected_index_);
   }
   return number;
 }

@@ -1,6 +1,7 @@
 #ifndef KESTRAV_TESTS_UNIT_FORMAT_REFERENCE_READER_H_
 #define KESTRAV_TESTS_UNIT_FORMAT_REFERENCE_READER_H_
 
+#include <cstddef>
 #include <cstdint>
 
 #include "support/streams.h"
@@ -34,8 +35,8 @@ class ReferenceReader {
   };
 
   std::uint64_t Remaining() const { return log_.size() - position_; }
-  std::uint8_t Unscrambled(std::uint64_t at, std::uint8_t stream_key, std::uint32_t index) const;
-  std::uint32_t Number(std::uint64_t at, int size) const;
+  std::uint8_t Unscrambled(std::size_t at, std::uint8_t stream_key, std::uint32_t index) const;
+  std::uint32_t Number(std::size_t at, int size) const;
   Code ReadHeader(Header& header);
   Code ReadPayload(const Header& header, std::string& payload);
   Code Skip(const Header& header);

@@ -24,7 +24,8 @@ TEST(Letters, AreAsManyOnEachPageAsUnicode14Counts) {
 
 TEST(Letters, OfAsciiAreThe52OfTheAlphabet) {
   for (wchar_t c = 0; c < 0x80; ++c) {
-    EXPECT_EQ(Text::IsLetter(c), (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z')) << int{c};
+    EXPECT_EQ(Text::IsLetter(c), (c >= L'A' && c <= L'Z') || (c >= L'a' && c <= L'z'))
+        << static_cast<int>(c);
   }
 }
 
@@ -33,7 +34,7 @@ TEST(Letters, AreUpperAndLowerCaseInAnyScript) {
        std::wstring(L"\x00B5\x00C4\x00DF\x00FF\x0130\x0131\x03A9\x03C9\x0416\x044F"
                     L"\x0531\x10A0\x10D0\x13A0\x1E9E\x2126\x2C00\xA7F6\xAB70"
                     L"\xFB06\xFF21\xFF5A")) {
-    EXPECT_TRUE(Text::IsLetter(c)) << std::hex << int{c};
+    EXPECT_TRUE(Text::IsLetter(c)) << std::hex << static_cast<int>(c);
   }
 }
 
@@ -42,7 +43,7 @@ TEST(Letters, AreNotTitleCaseModifiersCaselessLettersDigitsMarksOrSymbols) {
        std::wstring(L"\x01C5\x1F88\x02B0\x1D2C\xA770\x00AA\x01BB\x05D0\x0627\x3042"
                     L"\x4E2D\xAC00\x0660\x0300\x2160\x24B6\x00D7\x00F7\x0378"
                     L"\xD800\xDFFF\xE000\xFFFD\xFFFF")) {
-    EXPECT_FALSE(Text::IsLetter(c)) << std::hex << int{c};
+    EXPECT_FALSE(Text::IsLetter(c)) << std::hex << static_cast<int>(c);
   }
 }
 
@@ -50,7 +51,7 @@ TEST(Letters, AboveTheFirst65536CodePointsGoByTheLow16Bits) {
   for (wchar_t c = 0; c <= 0xFFFF; ++c) {
     const bool letter = Text::IsLetter(c);
     for (const wchar_t page : {0x1'0000, 0x10'0000}) {
-      ASSERT_EQ(Text::IsLetter(page + c), letter) << std::hex << int{page + c};
+      ASSERT_EQ(Text::IsLetter(page + c), letter) << std::hex << static_cast<int>(page + c);
     }
   }
 }

@@ -50,7 +50,9 @@ bool ConfigGroupBase::Read(const IConfigReader& reader) {
   bool all = true;
   for (const SmartPtr::Ptr<Entry>& entry : entries_) {
     bool loaded = false;
-    if (!Memory::Try([&] { loaded = LoadEntry(reader, name_, *entry); }) || !loaded) all = false;
+    const bool whole = Memory::Try([&] { loaded = LoadEntry(reader, name_, *entry); });
+    if (!whole) entry->Keep();
+    if (!loaded) all = false;
   }
   return all;
 }

@@ -25,6 +25,7 @@ bool IsAnyOf(std::wstring_view text, const std::array<std::wstring_view, 4>& wor
 Entry::Entry(String name, String key) : name_(std::move(name)), key_(std::move(key)) {}
 
 bool Entry::Load(const String& text) {
+  kept_ = true;  // also when memory runs out
   kept_ = !FromText(text);
   return !kept_;
 }
@@ -57,8 +58,9 @@ StringEntry::StringEntry(String name, String key, std::size_t max_length, String
 
 bool StringEntry::SetValue(const String& value) {
   if (value.size() > max_length_) return false;
-  if (value != value_) Changed();
+  const bool is_new = value != value_;
   value_ = value;
+  if (is_new) Changed();
   return true;
 }
 

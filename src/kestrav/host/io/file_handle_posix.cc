@@ -1,3 +1,4 @@
+#include <sys/types.h>
 #include <unistd.h>
 
 #include <utility>
@@ -5,6 +6,8 @@
 #include "kestrav/host/io/file_stream.h"
 
 namespace kestrav::Io {
+
+static_assert(sizeof(off_t) == 8, "a log of 4 GiB needs -D_FILE_OFFSET_BITS=64");
 
 FileHandle::FileHandle(FileHandle&& other) noexcept
     : descriptor_(std::exchange(other.descriptor_, -1)) {}

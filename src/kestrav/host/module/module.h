@@ -47,7 +47,7 @@ Definition DefinitionOf() {
 }
 
 // A module's way to one that it depends on. Declared as a member of the module; filled before the
-// module starts and valid as long as the module.
+// module starts and valid until it has shut down and the registry has let go of it.
 class KESTRAV_API AccessorBase {
  public:
   AccessorBase(const AccessorBase&) = delete;

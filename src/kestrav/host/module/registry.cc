@@ -60,19 +60,17 @@ SmartPtr::Ptr<IModule> Registry::Find(std::type_index tag) const {
   return index < entries_.size() ? entries_[index].module : nullptr;
 }
 
-Result Registry::Start(std::type_index tag) {
+Result Registry::Start(std::type_index tag, const wchar_t* name) {
   const std::size_t index = IndexOf(tag);
-  if (index == entries_.size()) return {Code::kUnknownModule, {}, {}};
-  if (entries_[index].module) {
-    return Refuse(Code::kStartedAlready, entries_[index].definition.name);
-  }
+  if (index == entries_.size()) return Refuse(Code::kUnknownModule, name);
+  if (entries_[index].module) return Refuse(Code::kStartedAlready, name);
   Result result;
   std::vector<std::size_t> trail, order;
   if (!Memory::Try([&] { result = Plan(index, trail, order); })) return {Code::kNoMemory, {}, {}};
   if (!result) return result;
   result = StartPlanned(order);
-  if (result || result.module == entries_[index].definition.name) return result;
-  return Refuse(Code::kDependencyFailed, entries_[index].definition.name, result.module.c_str());
+  if (result || result.code == Code::kNoMemory || result.module == name) return result;
+  return Refuse(Code::kDependencyFailed, name, result.module.c_str());
 }
 
 Result Registry::StartAll() {
@@ -147,13 +145,15 @@ Result Registry::FillAccessors(const Entry& entry, IModule& module) const {
   return {};
 }
 
-Result Registry::Stop(std::type_index tag) {
+Result Registry::Stop(std::type_index tag, const wchar_t* name) {
   const std::size_t index = IndexOf(tag);
-  if (index == entries_.size() || !entries_[index].module) return {Code::kUnknownModule, {}, {}};
+  if (index == entries_.size() || !entries_[index].module) {
+    return Refuse(Code::kUnknownModule, name);
+  }
   Entry& entry = entries_[index];
   for (const Entry& other : entries_) {
     if (other.module && HasTag(other.dependencies, tag)) {
-      return Refuse(Code::kInUse, entry.definition.name, other.definition.name);
+      return Refuse(Code::kInUse, name, other.definition.name);
     }
   }
   static_cast<void>(Memory::Try([&] { entry.module->Shutdown(); }));

@@ -17,14 +17,15 @@ enum class Code : std::uint8_t {
   kDone,
   kKnownAlready,       // `module` has been added before, or another one has its name
   kStartedAlready,     // `module` runs
-  kUnknownModule,      // `module` has not been added
+  kUnknownModule,      // `module` has not been added, or does not run and so cannot stop
   kUnknownDependency,  // `module` needs `dependency`, which has not been added
   kCycle,              // `module` needs `dependency`, which, by way of others, needs `module`
-  kUndeclared,        // `module` has an accessor to `dependency`, but does not say that it needs it
-  kNotMade,           // the factory of `module` gave nothing, or no thread owner was to be had
-  kStartFailed,       // `module` answered false
-  kDependencyFailed,  // `module` was not started: `dependency`, which it needs, failed
-  kInUse,             // `module` is needed by `dependency`, which still runs
+  kUndeclared,         // `module` has an accessor to `dependency`, but does not say that it needs
+                       // it, or `dependency` lacks the interface of its tag
+  kNotMade,            // the factory of `module` gave nothing, or no thread owner was to be had
+  kStartFailed,        // `module` answered false
+  kDependencyFailed,   // `module` was not started: `dependency`, which it needs, failed
+  kInUse,              // `module` is needed by `dependency`, which still runs
   kNoMemory,
 };
 
@@ -61,7 +62,7 @@ class KESTRAV_API Registry {
   // that were started for it run on; `Stop` or `Shutdown` ends them.
   template <class Tag>
   [[nodiscard]] Result Start() {
-    return Start(std::type_index(typeid(Tag)));
+    return Start(typeid(Tag), Tag::kName);
   }
   // Starts every module that does not run, in the order of their dependencies and, among those that
   // are ready, in the one in which they were added. Nothing is made or started when a dependency is
@@ -71,7 +72,7 @@ class KESTRAV_API Registry {
   // Shuts the module down and lets go of it; it may then be started again.
   template <class Tag>
   [[nodiscard]] Result Stop() {
-    return Stop(std::type_index(typeid(Tag)));
+    return Stop(typeid(Tag), Tag::kName);
   }
   // Does so with every module, in the opposite order of their starts.
   void Shutdown();
@@ -90,8 +91,8 @@ class KESTRAV_API Registry {
   };
 
   Result Add(Definition (*definition)());
-  Result Start(std::type_index tag);
-  Result Stop(std::type_index tag);
+  Result Start(std::type_index tag, const wchar_t* name);
+  Result Stop(std::type_index tag, const wchar_t* name);
   SmartPtr::Ptr<IModule> Find(std::type_index tag) const;
   std::size_t IndexOf(std::type_index tag) const;
   Result Plan(std::size_t index, std::vector<std::size_t>& trail,

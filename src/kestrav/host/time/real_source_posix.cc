@@ -4,6 +4,8 @@
 
 namespace kestrav::Time {
 
+static_assert(sizeof(time_t) == 8, "the time after 2038 needs -D_TIME_BITS=64");
+
 bool RealSource::ReadMs(std::uint32_t& now_ms) {
   timespec now{};
   if (clock_gettime(CLOCK_MONOTONIC, &now) != 0) return false;
