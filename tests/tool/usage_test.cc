@@ -8,7 +8,7 @@ namespace kestrav::test {
 namespace {
 
 TEST(Usage, EverySubcommandHelps) {
-  for (const std::string command : {"import", "record", "info", "cat"}) {
+  for (const std::string command : {"import", "record", "info", "cat", "play", "repair"}) {
     const Result result = RunTool({command, "--help"});
     EXPECT_EQ(result.code, 0);
     EXPECT_THAT(result.out, ::testing::HasSubstr("Usage: kestrav " + command));
