@@ -3,6 +3,8 @@ add_library(kestrav_compile INTERFACE)
 target_compile_features(kestrav_compile INTERFACE cxx_std_20)
 target_compile_options(kestrav_compile INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
                                                  -Wnon-virtual-dtor -Woverloaded-virtual)
+# Files up to 4 GiB and times after 2038 on 32-bit targets too; nothing changes on 64-bit ones.
+target_compile_definitions(kestrav_compile INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 if(KESTRAV_WERROR)
   target_compile_options(kestrav_compile INTERFACE -Werror)
 endif()

@@ -1,0 +1,57 @@
+# What programs may include; docs/api.md says for what. These keep their promises for as long as the
+# major version does.
+set(KESTRAV_STABLE_HEADERS
+    clients/client.h
+    engine/kestrav.h
+    engine/kestrav_config.h
+    engine/kestrav_factory.h
+    engine/kestrav_impl.h
+    engine/kestrav_module.h
+    engine/settings_file.h
+    format/header_repair.h
+    format/log_message.h
+    host/config/config_group.h
+    host/config/entry.h
+    host/config/problem.h
+    host/config/store.h
+    host/config/text_file_store.h
+    host/event/notifier_mt.h
+    host/io/file_stream.h
+    host/io/memory_stream.h
+    host/io/stream.h
+    host/memory/byte_order.h
+    host/memory/mem_block.h
+    host/memory/ptr.h
+    host/memory/try.h
+    host/module/module.h
+    host/module/registry.h
+    host/text/integer.h
+    host/text/string.h
+    host/thread/event.h
+    host/thread/thread_module.h
+    host/thread/worker_thread.h
+    host/time/manual_source.h
+    host/time/source.h
+    types/notification.h
+    types/playback_types.h)
+
+# Installed because those include them; for no one else.
+set(KESTRAV_INNER_HEADERS
+    clients/client_manager.h
+    clients/dictionary_record.h
+    clients/info_client.h
+    clients/slot_map.h
+    format/crypter.h
+    format/decoder.h
+    format/encoder.h
+    format/record_header.h
+    format/stream_header.h
+    host/api.h
+    host/config/text_document.h
+    host/thread/annotations.h
+    host/thread/lock.h
+    host/time/timer.h
+    playback/binary_playback.h
+    recording/binary_logger.h
+    types/client_id_set.h
+    types/sinks.h)
