@@ -89,7 +89,7 @@ TEST(BadInput, ALogCutAtAnyByteGivesTheRecordsThatAreWhole) {
       continue;
     }
     std::size_t records = 0;
-    for (const std::size_t n : {1, 2}) records += size >= log.RecordOffset(n) ? 1 : 0;
+    for (const std::size_t n : {1U, 2U}) records += size >= log.RecordOffset(n) ? 1 : 0;
     EXPECT_EQ(cat.code, 0) << size;
     EXPECT_EQ(Lines(cat.out).size(), records) << size;
     EXPECT_EQ(info.code, 3) << size;

@@ -31,10 +31,10 @@ void OnInterruptRemove(int signal) {
 
 constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP};
 
-void Handle(int signal, void (*handler)(int), int flags) {
+void Handle(int signal, void (*handler)(int), unsigned flags) {
   struct sigaction action {};
   action.sa_handler = handler;
-  action.sa_flags = flags;
+  action.sa_flags = static_cast<int>(flags);
   sigemptyset(&action.sa_mask);
   sigaction(signal, &action, nullptr);
 }

@@ -238,7 +238,7 @@ class StoppingObserver final : public INotificationSink {
     if (info.id == NotifyPlaybackStarted) playback_.StopPlayback(false);
   }
 
-  std::vector<int> ids;
+  std::vector<NotificationIdType> ids;
 
  private:
   IBinaryPlayback& playback_;
