@@ -24,6 +24,23 @@ TEST(RealSource, ReadsAClockThatNeverGoesBack) {
   }
 }
 
+TEST(RealSource, TellsTheMillisecondOfTheSystemsClock) {
+  const auto clock_ms = [] {
+    return static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                          std::chrono::steady_clock::now().time_since_epoch())
+                                          .count());
+  };
+  Time::RealSource source;
+  const std::uint32_t start = clock_ms();
+  for (std::uint32_t after = start; after - start < 50;) {
+    const std::uint32_t before = clock_ms();
+    std::uint32_t now = 0;
+    ASSERT_TRUE(source.ReadMs(now));
+    after = clock_ms();
+    ASSERT_LE(now - before, after - before);
+  }
+}
+
 TEST(RealSource, ReadsTheWallClockInSeconds) {
   const auto now = [] {
     return std::chrono::duration_cast<std::chrono::seconds>(

@@ -1,14 +1,10 @@
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <limits>
 
 #include "kestrav/host/io/file_stream.h"
-#include "kestrav/host/memory/try.h"
 
 namespace kestrav::Io {
 
@@ -17,30 +13,8 @@ BufferedFileInputStream::BufferedFileInputStream(std::uint32_t buffer_bytes)
 
 bool BufferedFileInputStream::Open(const String& path) {
   Close();
-  std::string name;
-  if (!Memory::Try([&] { name = Text::ToUtf8(path); }) || !buffer_.Resize(buffer_bytes_)) {
-    error_ = ENOMEM;
-    return false;
-  }
-  if (name.find('\0') != std::string::npos) {
-    error_ = EINVAL;
-    return false;
-  }
-  // Without O_NONBLOCK a pipe without a writer would hold up the open.
-  FileHandle file(::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat status {};
-  if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0) {
-    error_ = errno;
-    return false;
-  }
-  if (!S_ISREG(status.st_mode)) {
-    error_ = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    return false;
-  }
-  file_ = std::move(file);
-  size_ = static_cast<std::uint32_t>(
-      std::min<std::int64_t>(status.st_size, std::numeric_limits<std::uint32_t>::max()));
-  return true;
+  error_ = buffer_.Resize(buffer_bytes_) ? file_.OpenForReading(path, size_) : ENOMEM;
+  return error_ == 0;
 }
 
 void BufferedFileInputStream::Close() {
@@ -71,11 +45,22 @@ bool BufferedFileInputStream::Fill() {
   return true;
 }
 
+bool BufferedFileInputStream::IsBuffered(std::uint32_t size) const {
+  return position_ >= buffer_start_ && position_ - buffer_start_ <= buffered_ &&
+         size <= buffered_ - (position_ - buffer_start_);
+}
+
+std::span<const std::uint8_t> BufferedFileInputStream::View(std::uint32_t size) {
+  if (size > Remaining() || size > buffer_bytes_) return {};
+  if (!IsBuffered(size) && !Fill()) return {};
+  const std::uint32_t start = position_ - buffer_start_;
+  return {buffer_.Data() + start, buffered_ - start};
+}
+
 bool BufferedFileInputStream::Read(std::uint8_t* data, std::uint32_t size) {
   if (size > Remaining()) return false;
   if (size == 0) return true;
-  const bool inside = position_ >= buffer_start_ && position_ - buffer_start_ <= buffered_ &&
-                      size <= buffered_ - (position_ - buffer_start_);
+  const bool inside = IsBuffered(size);
   if (!inside && size >= buffer_bytes_) {
     if (!ReadFile(data, size, position_)) return false;
   } else {

@@ -114,6 +114,12 @@ bool BufferedFileOutputStream::Write(const std::uint8_t* data, std::uint32_t siz
   return true;
 }
 
+std::uint8_t* BufferedFileOutputStream::Reserve(std::uint32_t size) {
+  if (!file_.IsOpen() || size >= buffer_bytes_ || size > kLongestFile - Position()) return nullptr;
+  if (size > buffer_bytes_ - buffered_ && !Flush()) return nullptr;
+  return buffer_.Data() + buffered_;
+}
+
 bool BufferedFileOutputStream::Seek(std::uint32_t position) {
   if (!file_.IsOpen() || position > std::max(end_, Position()) || !Flush()) return false;
   buffer_start_ = position;

@@ -19,6 +19,10 @@ class KESTRAV_API FileHandle {
   FileHandle(FileHandle&& other) noexcept;
   FileHandle& operator=(FileHandle&& other) noexcept;
 
+  // Opens a regular file. `size` is its length, of a file longer than 4 GiB 4,294,967,295.
+  // 0, or the errno value that tells why it cannot be read.
+  [[nodiscard]] int OpenForReading(const String& path, std::uint32_t& size);
+
   bool IsOpen() const { return descriptor_ >= 0; }
   int Get() const { return descriptor_; }
   // false: the system reported an error, such as a write that failed late.
@@ -46,8 +50,11 @@ class KESTRAV_API BufferedFileInputStream final : public IInputStream {
   [[nodiscard]] bool Seek(std::uint32_t position) override;
   std::uint32_t Position() const override { return position_; }
   std::uint32_t Remaining() const override { return size_ - position_; }
+  std::span<const std::uint8_t> View(std::uint32_t size) override;
+  void Advance(std::uint32_t size) override { position_ += size; }
 
  private:
+  bool IsBuffered(std::uint32_t size) const;
   bool ReadFile(std::uint8_t* data, std::uint32_t size, std::uint32_t at);
   bool Fill();
 
@@ -87,6 +94,8 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   int Error() const { return error_; }
 
   [[nodiscard]] bool Write(const std::uint8_t* data, std::uint32_t size) override;
+  std::uint8_t* Reserve(std::uint32_t size) override;
+  void Commit(std::uint32_t size) override { buffered_ += size; }
   [[nodiscard]] bool Seek(std::uint32_t position) override;
   std::uint32_t Position() const override { return buffer_start_ + buffered_; }
   bool Flush() override;

@@ -17,6 +17,11 @@ bool MemoryInputStream::Seek(std::uint32_t position) {
   return true;
 }
 
+std::span<const std::uint8_t> MemoryInputStream::View(std::uint32_t size) {
+  if (size > Remaining()) return {};
+  return {data_ + position_, Remaining()};
+}
+
 bool MemoryOutputStream::Write(const std::uint8_t* data, std::uint32_t size) {
   if (position_ > block_.Size() || size > block_.Size() - position_) return false;
   if (size > 0) std::memcpy(block_.Data() + position_, data, size);

@@ -17,6 +17,8 @@ class KESTRAV_API MemoryInputStream final : public IInputStream {
   [[nodiscard]] bool Seek(std::uint32_t position) override;
   std::uint32_t Position() const override { return position_; }
   std::uint32_t Remaining() const override { return size_ - position_; }
+  std::span<const std::uint8_t> View(std::uint32_t size) override;
+  void Advance(std::uint32_t size) override { position_ += size; }
 
  private:
   const std::uint8_t* data_;

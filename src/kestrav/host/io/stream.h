@@ -2,6 +2,7 @@
 #define KESTRAV_HOST_IO_STREAM_H_
 
 #include <cstdint>
+#include <span>
 
 #include "kestrav/host/api.h"
 
@@ -22,6 +23,14 @@ class KESTRAV_API IInputStream {
 
   // Bytes from the position to the end.
   virtual std::uint32_t Remaining() const = 0;
+
+  // For readers that want no copy: the bytes from the position on that lie side by side in memory,
+  // at least `size` of them. They stay until the next call of another operation than `Advance`, and
+  // the position does not move. Empty: there are none to be had, use `Read`.
+  virtual std::span<const std::uint8_t> View(std::uint32_t /*size*/) { return {}; }
+
+  // Moves the position over `size` bytes of the last view.
+  virtual void Advance(std::uint32_t size) { static_cast<void>(Seek(Position() + size)); }
 };
 
 // A sink for bytes with a position. One thread at a time.
@@ -32,6 +41,11 @@ class KESTRAV_API IOutputStream {
   // Writes all `size` bytes at the position, or none. false: nothing was written, the position is
   // as before, and a later write may succeed.
   [[nodiscard]] virtual bool Write(const std::uint8_t* data, std::uint32_t size) = 0;
+
+  // For writers that want no copy: room for `size` bytes at the position, which `Commit` then
+  // writes as `Write` would have. Any other call gives the room back. Null: use `Write`.
+  virtual std::uint8_t* Reserve(std::uint32_t /*size*/) { return nullptr; }
+  virtual void Commit(std::uint32_t /*size*/) {}
 
   // Sets the position, counted from the start. false: it lies beyond the end, or what is buffered
   // could not be handed on; the position is as before.
