@@ -1,8 +1,8 @@
 #include "kestrav/format/crypter.h"
 
 #include <cstdlib>
-#include <cstring>
 
+#include "kestrav/format/xor_copy.h"
 #include "kestrav/host/time/source.h"
 
 namespace kestrav {
@@ -25,28 +25,13 @@ bool Crypter::Initialize(std::uint8_t key) {
   return initialised_;
 }
 
-void Crypter::ChangeKey(std::uint8_t& out, std::uint32_t index) const {
-  out = static_cast<std::uint8_t>(key_ + index);
-  if (out == 0) out = 1;
-}
-
 void Crypter::ModifyData(std::uint8_t* data, std::uint8_t key, std::uint32_t size) {
-  const std::uint64_t wide_key = std::uint64_t{key} * 0x0101010101010101;
-  std::uint32_t done = 0;
-  for (; size - done >= sizeof(wide_key); done += sizeof(wide_key)) {
-    std::uint64_t word;
-    std::memcpy(&word, data + done, sizeof(word));
-    word ^= wide_key;
-    std::memcpy(data + done, &word, sizeof(word));
-  }
-  for (; done < size; ++done) data[done] ^= key;
+  static_cast<void>(XorCopy(data, data, size, key));
 }
 
 bool Crypter::ChangeKeyAndData(std::uint8_t* data, std::uint32_t index, std::uint32_t size) const {
   if (!initialised_) return false;
-  std::uint8_t key = 0;
-  ChangeKey(key, index);
-  ModifyData(data, key, size);
+  ModifyData(data, RecordKey(index), size);
   return true;
 }
 

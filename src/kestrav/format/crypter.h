@@ -24,7 +24,16 @@ class KESTRAV_API Crypter {
   void ResetKey() { key_ = 0; }
 
   // The key byte of the record `index`, never 0.
-  void ChangeKey(std::uint8_t& out, std::uint32_t index) const;
+  void ChangeKey(std::uint8_t& out, std::uint32_t index) const {
+    out = static_cast<std::uint8_t>(key_ + index);
+    if (out == 0) out = 1;
+  }
+  // The same, and 0, which changes no byte, while the scrambler is off.
+  std::uint8_t RecordKey(std::uint32_t index) const {
+    std::uint8_t key = 0;
+    if (initialised_) ChangeKey(key, index);
+    return key;
+  }
   static void ModifyData(std::uint8_t* data, std::uint8_t key, std::uint32_t size);
 
   // Scrambles, or unscrambles, `size` bytes of the record `index`. false: the scrambler is off and

@@ -2,14 +2,16 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
+#include <span>
 #include <utility>
 
 #include "kestrav/format/checksum.h"
+#include "kestrav/format/scan_pattern.h"
+#include "kestrav/format/xor_copy.h"
 
 namespace kestrav {
 namespace {
-
-constexpr std::uint32_t kScanBlockSize = 50;
 
 // The bit that a client id gets in a rebuilt 16-bit selection: ids above 15 share the last one.
 std::uint16_t RebuiltSelectionBit(std::uint16_t client_id) {
@@ -22,6 +24,12 @@ ResultCode Fill(LogMessage& message, const BinaryLogRecordHeader& header, const 
   const bool filled =
       message.Assign(header.client_id, header.data_id, data, size, header.time_stamp);
   return filled ? kSuccess : kDamaged;
+}
+
+// The sum of plain bytes from that of scrambled ones: each has the key in it, and an even number of
+// keys is none.
+std::uint8_t PlainSum(std::uint8_t sum, std::uint32_t size, std::uint8_t key) {
+  return size % 2 == 0 ? sum : sum ^ key;
 }
 
 }  // namespace
@@ -72,8 +80,47 @@ ResultCode BinaryDecoder::ReadLogRecordHeader(BinaryLogRecordHeader& header, std
   if (GetRemainingBytes() < kRecordHeaderSize) return kNotEnoughData;
   std::array<std::uint8_t, kRecordHeaderSize> bytes;
   if (!ReadData(bytes.data(), kRecordHeaderSize)) return kDamaged;
-  header_crypter_.DecryptData(bytes.data(), index, kRecordHeaderSize);
-  return header.ReadData(bytes.data()) ? kSuccess : kDamaged;
+  return header.ReadData(bytes.data(), header_crypter_.RecordKey(index)) ? kSuccess : kDamaged;
+}
+
+BinaryDecoder::Taken BinaryDecoder::TakeRecord(LogMessage& message, const ClientIdSet* selection) {
+  constexpr std::uint32_t kReadAhead = 4096;  // the processor does not foresee it by itself
+  if (!IsStreamValid()) return Taken::kNo;
+  std::span<const std::uint8_t> bytes = Stream()->View(kRecordHeaderSize);
+  if (bytes.empty()) return Taken::kNo;
+  __builtin_prefetch(bytes.data() + kReadAhead);
+  BinaryLogRecordHeader header;
+  if (!header.ReadData(bytes.data(), header_crypter_.RecordKey(expected_index_))) return Taken::kNo;
+  const std::uint32_t size = header.payload_size;
+  if (size > std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize) return Taken::kNo;
+  const std::uint32_t record_size = kRecordHeaderSize + size;
+  if (bytes.size() < record_size) bytes = Stream()->View(record_size);
+  if (bytes.empty()) return Taken::kNo;
+  const bool wanted = selection == nullptr || selection->Contains(header.client_id);
+  const std::uint8_t key = data_crypter_.RecordKey(header.record_index);
+  if (wanted && !TakePayload(message, header, bytes.data() + kRecordHeaderSize, key)) {
+    return Taken::kNo;
+  }
+  Stream()->Advance(record_size);
+  expected_index_ = header.record_index + 1;
+  return wanted ? Taken::kMessage : Taken::kNotSelected;
+}
+
+// The message is filled only when the checksum, of plain bytes, is right.
+bool BinaryDecoder::TakePayload(LogMessage& message, const BinaryLogRecordHeader& header,
+                                const std::uint8_t* bytes, std::uint8_t key) {
+  const std::uint32_t size = header.payload_size;
+  if (size > LogMessage::kInlineBytes) {
+    return payload_.Resize(size) &&
+           PlainSum(XorCopy(payload_.Data(), bytes, size, key), size, key) ==
+               header.payload_checksum &&
+           message.Adopt(header.client_id, header.data_id, payload_, header.time_stamp);
+  }
+  if (PlainSum(XorSum(bytes, size), size, key) != header.payload_checksum) return false;
+  std::uint8_t* const out =
+      message.Prepare(header.client_id, header.data_id, size, header.time_stamp);
+  if (out != nullptr) static_cast<void>(XorCopy(out, bytes, size, key));
+  return out != nullptr;
 }
 
 ResultCode BinaryDecoder::ReadRecordData(Memory::MemBlock& block, std::uint32_t size,
@@ -122,6 +169,7 @@ ResultCode BinaryDecoder::GetNextLogRecordHeader(BinaryLogRecordHeader& header) 
 }
 
 ResultCode BinaryDecoder::GetNextLogRecord(LogMessage& message) {
+  if (TakeRecord(message, nullptr) == Taken::kMessage) return kSuccess;
   if (GetRemainingBytes() == 0) return kNotEnoughData;
   BinaryLogRecordHeader header;
   ResultCode result = GetNextRecordHeader(header);
@@ -142,6 +190,14 @@ ResultCode BinaryDecoder::GetNextLogRecord(LogMessage& message) {
 
 ResultCode BinaryDecoder::GetNextPlaybackMessage(LogMessage& message) {
   for (;;) {
+    switch (TakeRecord(message, &selection_)) {
+      case Taken::kMessage:
+        return kSuccess;
+      case Taken::kNotSelected:
+        continue;
+      case Taken::kNo:
+        break;
+    }
     BinaryLogRecordHeader header;
     ResultCode result = GetNextRecordHeader(header);
     if (result != kSuccess) return result;
@@ -159,22 +215,58 @@ ResultCode BinaryDecoder::GetNextPlaybackMessage(LogMessage& message) {
 
 ResultCode BinaryDecoder::GetLogMessage(LogMessage& message, const Memory::MemBlock& rawRecord) {
   if (rawRecord.Size() <= kRecordHeaderSize) return kDamaged;
-  if (!payload_.Assign(rawRecord.Data(), rawRecord.Size())) return kDamaged;
   BinaryLogRecordHeader header;
-  header_crypter_.DecryptData(payload_.Data(), expected_index_, kRecordHeaderSize);
-  if (!header.ReadData(payload_)) return kDamaged;
-  std::uint8_t* const data = payload_.Data() + kRecordHeaderSize;
-  const std::uint32_t size = payload_.Size() - kRecordHeaderSize;
-  if (size != header.payload_size) return kDamaged;
-  data_crypter_.DecryptData(data, expected_index_, size);
+  if (!header.ReadData(rawRecord.Data(), header_crypter_.RecordKey(expected_index_)) ||
+      rawRecord.Size() - kRecordHeaderSize != header.payload_size) {
+    return kDamaged;
+  }
+  const std::uint8_t key = data_crypter_.RecordKey(expected_index_);
   expected_index_ = header.record_index + 1;
-  if (ComputeChecksum(data, size) != header.payload_checksum) return kDamaged;
-  return Fill(message, header, data, size);
+  const std::uint8_t* const payload = rawRecord.Data() + kRecordHeaderSize;
+  return TakePayload(message, header, payload, key) ? kSuccess : kDamaged;
+}
+
+// As `GetRecordData` says and leaves the position, without keeping the payload.
+ResultCode BinaryDecoder::CheckRecordData(const BinaryLogRecordHeader& header) {
+  constexpr std::uint32_t kPiece = 4096;
+  const std::uint32_t size = header.payload_size;
+  if (GetRemainingBytes() < size) return kNotEnoughData;
+  const std::uint32_t start = Getoffset();
+  std::uint8_t sum = 0;
+  for (std::uint32_t done = 0; done < size;) {
+    const std::span<const std::uint8_t> bytes = Stream()->View(std::min(kPiece, size - done));
+    if (bytes.empty()) {
+      if (!SetOffset(start)) return kDamaged;
+      return GetRecordData(payload_, size, header.record_index, header.payload_checksum);
+    }
+    const auto piece = static_cast<std::uint32_t>(std::min<std::size_t>(bytes.size(), size - done));
+    sum ^= XorSum(bytes.data(), piece);
+    Stream()->Advance(piece);
+    done += piece;
+  }
+  return size > 0 && PlainSum(sum, size, data_crypter_.RecordKey(header.record_index)) ==
+                         header.payload_checksum
+             ? kSuccess
+             : kDamaged;
+}
+
+// The scan below in quick: walks over the bytes that lie in memory to the next record header that
+// it would find, or to where the bytes are too few for a block.
+void BinaryDecoder::PassForeignBytes() {
+  const ScanPattern pattern(header_crypter_.RecordKey(expected_index_));
+  while (IsStreamValid()) {
+    const std::span<const std::uint8_t> bytes = Stream()->View(kScanBlockSize);
+    std::uint32_t at = 0;
+    const bool found = pattern.Find(bytes, at);
+    if (at > 0) Stream()->Advance(at);
+    if (found || at == 0) return;
+  }
 }
 
 ResultCode BinaryDecoder::ScanForNextValidHeader() {
   std::array<std::uint8_t, kScanBlockSize> block;
   for (;;) {
+    PassForeignBytes();
     const std::uint32_t remaining = GetRemainingBytes();
     if (remaining < kRecordHeaderSize) return kDamaged;
     const std::uint32_t size = remaining < kScanBlockSize ? kRecordHeaderSize : kScanBlockSize;
@@ -192,8 +284,7 @@ ResultCode BinaryDecoder::ScanForNextValidHeader() {
       if (!SetOffset(candidate + 1)) return kDamaged;
       continue;
     }
-    const ResultCode payload =
-        GetRecordData(payload_, header.payload_size, header.record_index, header.payload_checksum);
+    const ResultCode payload = CheckRecordData(header);
     // A payload that fails leaves the position behind what was read of it.
     if (payload == kSuccess) return SetOffset(candidate) ? kSuccess : kDamaged;
   }

@@ -105,6 +105,14 @@ class KESTRAV_API BinaryDecoder : public Reader {
 
  private:
   [[nodiscard]] bool StartReading(ResultCode header_read);
+  // Takes the next record when it is whole and lies in one piece in memory: the usual case, in one
+  // pass. false: it does not; nothing was read or changed.
+  enum class Taken : std::uint8_t { kNo, kMessage, kNotSelected };
+  Taken TakeRecord(LogMessage& message, const ClientIdSet* selection);
+  [[nodiscard]] bool TakePayload(LogMessage& message, const BinaryLogRecordHeader& header,
+                                 const std::uint8_t* bytes, std::uint8_t key);
+  [[nodiscard]] ResultCode CheckRecordData(const BinaryLogRecordHeader& header);
+  void PassForeignBytes();
 
   Crypter header_crypter_;
   Crypter data_crypter_;

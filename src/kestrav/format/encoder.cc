@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "kestrav/format/record_header.h"
+#include "kestrav/format/xor_copy.h"
 #include "kestrav/host/time/source.h"
 
 namespace kestrav {
@@ -68,24 +69,43 @@ bool BinaryEncoder::WriteStreamHeader() {
 }
 
 bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& message) {
-  if (!message) return false;
+  if (!message || !IsStreamValid()) return false;
   const std::uint32_t size = message->GetDataSize();
   if (size > std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize) return false;
   const std::uint32_t record_size = size + kRecordHeaderSize;
-  BinaryLogRecordHeader header;
-  if (!record_.Resize(record_size) || !header.InitAndSerialize(record_, *message, record_count_)) {
-    return false;
+  std::uint8_t* const room = Stream()->Reserve(record_size);
+  if (room != nullptr) {
+    MakeRecord(room, *message);
+    Stream()->Commit(record_size);
+  } else {
+    if (!record_.Resize(record_size)) return false;
+    MakeRecord(record_.Data(), *message);
+    if (!Write(record_.Data(), record_size)) return false;
   }
-  if (scrambling_) {
-    header_crypter_.EncryptData(record_.Data(), record_count_, kRecordHeaderSize);
-    data_crypter_.EncryptData(message->GetDataPointer(), record_count_, size);
-  }
-  if (size > 0) std::memcpy(record_.Data() + kRecordHeaderSize, message->GetDataPointer(), size);
-  if (!Write(record_.Data(), record_size)) return false;
   bytes_written_ += record_size;
   ++record_count_;
   last_time_stamp_ = message->time_stamp;
   return true;
+}
+
+void BinaryEncoder::MakeRecord(std::uint8_t* out, LogMessage& message) {
+  const bool scrambling = scrambling_;
+  const std::uint8_t header_key = scrambling ? header_crypter_.RecordKey(record_count_) : 0;
+  const std::uint8_t data_key = scrambling ? data_crypter_.RecordKey(record_count_) : 0;
+  std::uint8_t* const in = message.GetDataPointer();
+  std::uint8_t* const payload = out + kRecordHeaderSize;
+  BinaryLogRecordHeader header;
+  std::uint8_t checksum;
+  if (data_key == 0) {
+    checksum = XorCopy(payload, in, message.GetDataSize(), 0);
+  } else {
+    checksum = XorEach(in, message.GetDataSize(), data_key, [&](std::uint32_t at, auto bytes) {
+      std::memcpy(in + at, &bytes, sizeof(bytes));
+      std::memcpy(payload + at, &bytes, sizeof(bytes));
+    });
+  }
+  header.Init(message, record_count_, checksum);
+  header.Serialize(out, header_key);
 }
 
 std::uint32_t BinaryEncoder::GetRecordingTimeScnds() const {

@@ -1,36 +1,42 @@
 #include "kestrav/format/log_message.h"
 
+#include <cstring>
 #include <utility>
 
+#include "kestrav/host/memory/pool.h"
+
 namespace kestrav {
+
+SmartPtr::Ptr<LogMessage> LogMessage::Create() noexcept { return Memory::MakePooled<LogMessage>(); }
 
 LogMessage::LogMessage(LogMessage&& other) noexcept { *this = std::move(other); }
 
 LogMessage& LogMessage::operator=(LogMessage&& other) noexcept {
-  time_stamp = std::exchange(other.time_stamp, 0);
-  client_id_ = std::exchange(other.client_id_, kNoId);
-  data_id_ = std::exchange(other.data_id_, kNoId);
-  payload_ = std::move(other.payload_);
-  size_ = std::exchange(other.size_, 0);
+  if (this == &other) return *this;
+  const bool is_small = other.payload_ == other.small_;
+  if (is_small) std::memcpy(small_, other.small_, other.size_);
+  large_ = std::move(other.large_);
+  SetFields(other.client_id_, other.data_id_, is_small ? small_ : other.payload_, other.size_,
+            other.time_stamp);
+  other.SetFields(kNoId, kNoId, nullptr, 0, 0);
   return *this;
 }
 
 bool LogMessage::AssignLogMessage(const std::uint16_t& clientId, const std::uint16_t& dataId,
                                   const std::uint8_t* data, std::uint32_t size,
                                   const std::uint32_t& timeStamp) {
-  // The arguments may be this message's own fields, so they outlive the clearing as copies.
-  const std::uint16_t client_id = clientId;
-  const std::uint16_t data_id = dataId;
-  const std::uint32_t time = timeStamp;
-  Memory::MemBlock payload;
-  const bool copied = payload.Assign(data, size);
-  Clear();
-  if (!copied) return false;
-  payload_ = std::move(payload);
-  size_ = size;
-  client_id_ = client_id;
-  data_id_ = data_id;
-  time_stamp = time;
+  // `data` and the other arguments may be this message's own, so nothing is let go of before the
+  // copy is made.
+  if (size <= kInlineBytes) {
+    if (size > 0) std::memmove(small_, data, size);
+    SetFields(clientId, dataId, size > 0 ? small_ : nullptr, size, timeStamp);
+    return true;
+  }
+  if (!large_.Assign(data, size)) {
+    Clear();
+    return false;
+  }
+  SetFields(clientId, dataId, large_.Data(), size, timeStamp);
   return true;
 }
 
@@ -45,12 +51,17 @@ bool LogMessage::Assign(const LogMessage& source) {
                 source.time_stamp);
 }
 
+bool LogMessage::Adopt(std::uint16_t clientId, std::uint16_t dataId, Memory::MemBlock& payload,
+                       std::uint32_t timeStamp) {
+  if (payload.IsEmpty() || clientId == kNoId || dataId == kNoId) return false;
+  std::swap(large_, payload);
+  SetFields(clientId, dataId, large_.Data(), large_.Size(), timeStamp);
+  return true;
+}
+
 void LogMessage::Clear() {
-  payload_.Clear();
-  size_ = 0;
-  client_id_ = kNoId;
-  data_id_ = kNoId;
-  time_stamp = 0;
+  large_.Clear();
+  SetFields(kNoId, kNoId, nullptr, 0, 0);
 }
 
 }  // namespace kestrav

@@ -5,6 +5,7 @@
 
 #include "kestrav/host/api.h"
 #include "kestrav/host/memory/mem_block.h"
+#include "kestrav/host/memory/ptr.h"
 #include "kestrav/types/client_id_set.h"
 
 namespace kestrav {
@@ -26,7 +27,11 @@ class KESTRAV_API ILogMessage {
 // it was recorded with scrambling on, its payload holds the scrambled bytes.
 class KESTRAV_API LogMessage : public ILogMessage {
  public:
-  LogMessage() = default;
+  // An empty message whose memory comes from a pool of the library and goes back there: the quick
+  // way for messages that are made by the thousand. Null: memory is short.
+  static SmartPtr::Ptr<LogMessage> Create() noexcept;
+
+  LogMessage() {}  // written out: `= default` would fill the small payload with zeros each time
   LogMessage(LogMessage&& other) noexcept;
   LogMessage& operator=(LogMessage&& other) noexcept;
 
@@ -42,22 +47,48 @@ class KESTRAV_API LogMessage : public ILogMessage {
                             const std::uint8_t* data, std::uint32_t size, std::uint32_t timeStamp);
   // A deep copy; false as above.
   [[nodiscard]] bool Assign(const LogMessage& source);
+  // The same with a payload that the message takes over; `payload` gets the block that it had.
+  [[nodiscard]] bool Adopt(std::uint16_t clientId, std::uint16_t dataId, Memory::MemBlock& payload,
+                           std::uint32_t timeStamp);
+
+  // The same with up to kInlineBytes that the caller puts where the result points to. Null:
+  // refused.
+  std::uint8_t* Prepare(std::uint16_t clientId, std::uint16_t dataId, std::uint32_t size,
+                        std::uint32_t timeStamp) {
+    if (size == 0 || size > kInlineBytes || clientId == kNoId || dataId == kNoId) return nullptr;
+    SetFields(clientId, dataId, small_, size, timeStamp);
+    return small_;
+  }
 
   void Clear();
 
   std::uint16_t GetClientID() const override { return client_id_; }
   std::uint16_t GetDataID() const override { return data_id_; }
-  std::uint8_t* GetDataPointer() override { return payload_.Data(); }
-  const std::uint8_t* GetDataPointer() const override { return payload_.Data(); }
+  std::uint8_t* GetDataPointer() override { return payload_; }
+  const std::uint8_t* GetDataPointer() const override { return payload_; }
   std::uint32_t GetDataSize() const override { return size_; }
 
   std::uint32_t time_stamp = 0;  // milliseconds of the recorder's clock
 
+  // A payload up to this size needs no memory of its own.
+  static constexpr std::uint32_t kInlineBytes = 96;
+
  private:
+  void SetFields(std::uint16_t client_id, std::uint16_t data_id, std::uint8_t* payload,
+                 std::uint32_t size, std::uint32_t time) {
+    client_id_ = client_id;
+    data_id_ = data_id;
+    payload_ = payload;
+    size_ = size;
+    time_stamp = time;
+  }
+
   std::uint16_t client_id_ = kNoId;
   std::uint16_t data_id_ = kNoId;
-  Memory::MemBlock payload_;
   std::uint32_t size_ = 0;
+  std::uint8_t* payload_ = nullptr;  // in one of the two below
+  Memory::MemBlock large_;
+  std::uint8_t small_[kInlineBytes];
 };
 
 }  // namespace kestrav

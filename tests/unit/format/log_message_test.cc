@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <memory>
+#include <string>
 #include <type_traits>
 #include <utility>
 
@@ -140,10 +142,78 @@ TEST(LogMessage, TakesAnyIdsUnchecked) {
 
 TEST(LogMessage, IsEmptyWhenMemoryIsShort) {
   LogMessage message = Earlier();
+  const std::string large(LogMessage::kInlineBytes + 1, 'x');
+  const auto size = static_cast<std::uint32_t>(large.size());
   bool assigned = true;
-  EXPECT_TRUE(RanShort(0, [&] { assigned = message.Assign(1, 2, Data("0123456789"), 10, 4); }));
+  EXPECT_TRUE(RanShort(0, [&] { assigned = message.Assign(1, 2, Data(large.c_str()), size, 4); }));
   EXPECT_FALSE(assigned);
   ExpectEmpty(message);
+}
+
+TEST(LogMessage, NeedsNoMemoryForASmallPayload) {
+  LogMessage message;
+  const std::string small(LogMessage::kInlineBytes, 'x');
+  const auto size = static_cast<std::uint32_t>(small.size());
+  EXPECT_FALSE(
+      RanShort(0, [&] { EXPECT_TRUE(message.Assign(1, 2, Data(small.c_str()), size, 4)); }));
+  EXPECT_EQ(WhatSays(message), (Said{1, 2, 4, small}));
+}
+
+TEST(LogMessage, GoesFromSmallToLargeAndBackAlsoWithItsOwnPayload) {
+  LogMessage message;
+  std::string expected = "0123456789";
+  ASSERT_TRUE(message.Assign(1, 2, Data(expected.c_str()), 10, 0));
+  for (const std::uint32_t size : {300U, 7U, 97U, 96U, 1U, 5000U}) {
+    const std::string payload(size, static_cast<char>('a' + size % 20));
+    ASSERT_TRUE(message.Assign(1, 2, Data(payload.c_str()), size, size));
+    ASSERT_EQ(WhatSays(message), (Said{1, 2, size, payload}));
+    const std::uint32_t rest = size - size / 3;
+    ASSERT_TRUE(message.Assign(3, 4, message.GetDataPointer() + size / 3, rest, 5));
+    ASSERT_EQ(WhatSays(message), (Said{3, 4, 5, payload.substr(size / 3)}));
+    LogMessage moved = std::move(message);
+    ASSERT_EQ(WhatSays(moved), (Said{3, 4, 5, payload.substr(size / 3)}));
+    ExpectEmpty(message);
+    message = std::move(moved);
+    ASSERT_EQ(WhatSays(message), (Said{3, 4, 5, payload.substr(size / 3)}));
+  }
+}
+
+TEST(LogMessage, AdoptsABlockAndGivesItsOwnForIt) {
+  LogMessage message;
+  Memory::MemBlock block;
+  EXPECT_FALSE(message.Adopt(1, 2, block, 3));
+  for (const char* const payload : {"first", "second"}) {
+    ASSERT_TRUE(block.Assign(Data(payload), static_cast<std::uint32_t>(std::strlen(payload))));
+    const std::uint8_t* const bytes = block.Data();
+    EXPECT_FALSE(message.Adopt(0xFFFF, 2, block, 3));
+    EXPECT_FALSE(message.Adopt(1, 0xFFFF, block, 3));
+    ASSERT_TRUE(message.Adopt(1, 2, block, 3));
+    EXPECT_EQ(WhatSays(message), (Said{1, 2, 3, payload}));
+    EXPECT_EQ(message.GetDataPointer(), bytes);
+  }
+  EXPECT_EQ(std::memcmp(block.Data(), "first", 5), 0);
+}
+
+TEST(LogMessage, PreparesRoomForASmallPayload) {
+  LogMessage message = Earlier();
+  EXPECT_EQ(message.Prepare(1, 2, 0, 3), nullptr);
+  EXPECT_EQ(message.Prepare(1, 2, LogMessage::kInlineBytes + 1, 3), nullptr);
+  EXPECT_EQ(message.Prepare(0xFFFF, 2, 1, 3), nullptr);
+  EXPECT_EQ(message.Prepare(1, 0xFFFF, 1, 3), nullptr);
+  EXPECT_EQ(Payload(message), "earlier");
+  std::uint8_t* const room = message.Prepare(1, 2, 4, 3);
+  ASSERT_NE(room, nullptr);
+  std::memcpy(room, "four", 4);
+  EXPECT_EQ(WhatSays(message), (Said{1, 2, 3, "four"}));
+}
+
+TEST(LogMessage, IsCreatedEmptyEachTime) {
+  for (int i = 0; i < 300; ++i) {
+    const SmartPtr::Ptr<LogMessage> message = LogMessage::Create();
+    ASSERT_TRUE(message);
+    ExpectEmpty(*message);
+    ASSERT_TRUE(message->Assign(1, 2, Data("0123456789"), 10, 4));
+  }
 }
 
 TEST(LogMessage, LeavesNothingBehindWhenMoved) {
