@@ -8,6 +8,7 @@
 #include "kestrav/engine/kestrav.h"
 #include "kestrav/format/log_message.h"
 #include "kestrav/host/io/file_stream.h"
+#include "kestrav/host/io/mapped_file_stream.h"
 #include "kestrav/host/memory/ptr.h"
 
 // How a program is advised to use the library; every benchmark does it this way.
@@ -15,7 +16,7 @@
 namespace kestrav::bench {
 
 // A new empty message.
-inline SmartPtr::Ptr<LogMessage> MakeMessage() { return std::make_shared<LogMessage>(); }
+inline SmartPtr::Ptr<LogMessage> MakeMessage() { return LogMessage::Create(); }
 
 // What a client does with each of its messages.
 inline bool HandOver(IKestrav& recorder, std::uint16_t client_id, const std::uint8_t* data,
@@ -26,7 +27,7 @@ inline bool HandOver(IKestrav& recorder, std::uint16_t client_id, const std::uin
 
 // Empty: the file cannot be opened.
 inline SmartPtr::Ptr<Io::IInputStream> OpenInput(const std::string& path) {
-  auto stream = std::make_shared<Io::BufferedFileInputStream>();
+  auto stream = std::make_shared<Io::MappedFileInputStream>();
   return stream->Open(String(path.begin(), path.end())) ? stream : nullptr;
 }
 

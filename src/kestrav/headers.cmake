@@ -17,6 +17,7 @@ set(KESTRAV_STABLE_HEADERS
     host/config/text_file_store.h
     host/event/notifier_mt.h
     host/io/file_stream.h
+    host/io/mapped_file_stream.h
     host/io/memory_stream.h
     host/io/stream.h
     host/memory/byte_order.h
@@ -46,6 +47,7 @@ set(KESTRAV_INNER_HEADERS
     format/encoder.h
     format/record_header.h
     format/stream_header.h
+    format/xor_copy.h
     host/api.h
     host/config/text_document.h
     host/thread/annotations.h
@@ -53,5 +55,6 @@ set(KESTRAV_INNER_HEADERS
     host/time/timer.h
     playback/binary_playback.h
     recording/binary_logger.h
+    recording/message_queue.h
     types/client_id_set.h
     types/sinks.h)

@@ -1,5 +1,7 @@
 #include "kestrav/recording/binary_logger.h"
 
+#include <thread>
+#include <typeinfo>
 #include <utility>
 
 #include "kestrav/host/memory/try.h"
@@ -12,6 +14,19 @@ namespace {
 using Lock = Thread::ScopedLock<Thread::Mutex>;
 
 constexpr std::uint64_t kDictionaryPeriodUs = 10'000'000;
+
+// Batches that follow each other this closely are worth a nap in between.
+constexpr std::chrono::microseconds kBusyPeriod{500};
+constexpr std::chrono::microseconds kNap{100};
+
+// Empty: it is no `LogMessage`, or there is none. To ask for the very type is quicker than a cast.
+SmartPtr::Ptr<LogMessage> AsLogMessage(const SmartPtr::Ptr<ILogMessage>& message) {
+  const ILogMessage* const object = message.get();
+  if (object != nullptr && typeid(*object) == typeid(LogMessage)) {
+    return std::static_pointer_cast<LogMessage>(message);
+  }
+  return std::dynamic_pointer_cast<LogMessage>(message);
+}
 
 }  // namespace
 
@@ -53,7 +68,7 @@ bool BinaryLogger::StopLoggingThread() {
 
 bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
   if (status_ == LoggingOff) return false;
-  auto log_message = std::dynamic_pointer_cast<LogMessage>(message);
+  SmartPtr::Ptr<LogMessage> log_message = AsLogMessage(message);
   return log_message && AddMessageToList(std::move(log_message));
 }
 
@@ -67,31 +82,41 @@ bool BinaryLogger::AddMessageToList(SmartPtr::Ptr<LogMessage> message) {
     std::uint32_t now_ms = 0;
     if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
     message->time_stamp = now_ms;
-    if (!Memory::Append(queue_, std::move(message))) return false;
+    if (!queue_.Push(std::move(message))) return false;
   }
   data_event_.Set();
   return true;
 }
 
-void BinaryLogger::WriteAll(Queue& queue) {
-  for (SmartPtr::Ptr<LogMessage>& message : queue) {
-    // A record that cannot be written is dropped, and the next one tried.
+void BinaryLogger::WriteAll(MessageQueue& queue) {
+  // A record that cannot be written is dropped, and the next one tried.
+  queue.Drain([this](const SmartPtr::Ptr<LogMessage>& message) {
     static_cast<void>(encoder_.WriteBinaryLogRecord(message));
-    message.reset();
-  }
-  queue.clear();
+  });
 }
 
 // One batch a call: the thread looks at its quit event in between, however busy the clients are.
 void BinaryLogger::FlushData() {
   Lock lock(queue_lock_);
-  writing_.swap(queue_);
+  writing_.Swap(queue_);
   lock.Unlock();
   WriteAll(writing_);
   lock.Lock();
-  const bool dry = queue_.empty();
+  const bool dry = queue_.IsEmpty();
   lock.Unlock();
-  if (dry) encoder_.FlushStream();
+  if (!dry) return;
+  encoder_.FlushStream();
+  LetMessagesGather();
+}
+
+// To wake a thread costs a client more than to hand over a hundred messages. While they come
+// quickly, the thread does not go to sleep for them but naps: a client that sets the data event
+// meanwhile finds nobody to wake. When they come slowly, there is nothing to gather.
+void BinaryLogger::LetMessagesGather() {
+  const auto now = std::chrono::steady_clock::now();
+  const bool busy = now - last_batch_ < kBusyPeriod;
+  last_batch_ = now;
+  if (busy) std::this_thread::sleep_for(kNap);
 }
 
 // Held throughout, so that no message is taken between the last record and the final header.
@@ -177,7 +202,7 @@ bool BinaryLogger::StartBinaryLogging() {
   dictionary_.clear();
   // There is no log for what was queued meanwhile, and the next one is not its place.
   Lock queue_lock(queue_lock_);
-  queue_.clear();
+  queue_.Clear();
   return false;
 }
 

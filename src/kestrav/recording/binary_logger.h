@@ -2,8 +2,8 @@
 #define KESTRAV_RECORDING_BINARY_LOGGER_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <vector>
 
 #include "kestrav/clients/client_manager.h"
 #include "kestrav/clients/dictionary_record.h"
@@ -19,6 +19,7 @@
 #include "kestrav/host/thread/thread_module.h"
 #include "kestrav/host/thread/worker_thread.h"
 #include "kestrav/host/time/timer.h"
+#include "kestrav/recording/message_queue.h"
 #include "kestrav/types/sinks.h"
 
 namespace kestrav {
@@ -67,14 +68,13 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   void Main() override;
 
  private:
-  using Queue = std::vector<SmartPtr::Ptr<LogMessage>>;
-
   bool StartLoggingThread(Thread::ThreadModule& owner, const String& threadName)
       REQUIRES(state_lock_);
   bool AddMessageToList(SmartPtr::Ptr<LogMessage> message);
   void FlushData();
   void FlushAllData() REQUIRES(state_lock_);
-  void WriteAll(Queue& queue);
+  void WriteAll(MessageQueue& queue);
+  void LetMessagesGather();
 
   bool OnStart();
   bool StartBinaryLogging();
@@ -96,8 +96,10 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   Dictionary dictionary_ GUARDED_BY(state_lock_);  // as it was when the log started
 
   Thread::Mutex queue_lock_;
-  Queue queue_ GUARDED_BY(queue_lock_);
-  Queue writing_;  // the thread's own: what it took from the queue
+  MessageQueue queue_ GUARDED_BY(queue_lock_);
+  MessageQueue writing_;  // the thread's own: what it took from the queue
+
+  std::chrono::steady_clock::time_point last_batch_;  // the thread's own
 
   Time::Timer dictionary_timer_;
 };
