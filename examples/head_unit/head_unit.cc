@@ -23,7 +23,10 @@ bool Fail(const std::string& what) {
   return false;
 }
 
-bool FileExists(const String& path) { return std::filesystem::exists(Text::ToUtf8(path)); }
+bool FileExists(const String& path) {
+  std::error_code error;  // what cannot be looked at is not there
+  return std::filesystem::exists(Text::ToUtf8(path), error);
+}
 
 }  // namespace
 
@@ -48,10 +51,10 @@ bool HeadUnit::Start() {
 }
 
 bool HeadUnit::StartModules() {
-  const Module::Result factory = modules_.Add<KestravFactoryDef>();
-  const Module::Result module = modules_.Add<KestravDef>();
-  const Module::Result started = factory && module ? modules_.StartAll() : module;
-  if (!started) return Fail("module " + Text::ToUtf8(started.module) + " cannot be started");
+  Module::Result result = modules_.Add<KestravFactoryDef>();
+  if (result) result = modules_.Add<KestravDef>();
+  if (result) result = modules_.StartAll();
+  if (!result) return Fail("module " + Text::ToUtf8(result.module) + " cannot be started");
   recorder_ = modules_.Get<KestravDef>();
   return true;
 }
@@ -74,9 +77,7 @@ bool HeadUnit::ReadConfiguration() {
 // The settings file, when it selects anything, before the stored selection. Where nothing was ever
 // stored, everything is recorded.
 bool HeadUnit::SelectClients() {
-  if (!config_.ReadClientLoggingSelection(selection_)) {
-    std::fprintf(stderr, "head_unit: part of the stored selection makes no sense\n");
-  }
+  selection_is_whole_ = config_.ReadClientLoggingSelection(selection_);
   if (first_start_) {
     for (auto& client : selection_) client.second = true;
   }
@@ -119,11 +120,16 @@ bool HeadUnit::StartComponents() {
 }
 
 bool HeadUnit::Record(std::uint32_t seconds) {
-  if (!config_.GetLoggingStatus()) return true;
+  const auto is_selected = [](const auto& client) { return client.second; };
+  if (!config_.GetLoggingStatus() ||
+      std::none_of(selection_.begin(), selection_.end(), is_selected)) {
+    std::printf("nothing is recorded: logging is off, or no client is selected\n");
+    return true;
+  }
   if (!OpenLog()) return false;
   if (!RunUntil({NotifyLoggingStarted}, kStartLimitMs,
                 [this] { return recorder_->StartLogging(); })) {
-    return Fail("no log: no client is selected, or it cannot be written");
+    return Fail("the log cannot be written");
   }
   const bool produced = StartComponents();
   Thread::ManualResetEvent never;
@@ -136,9 +142,10 @@ bool HeadUnit::Record(std::uint32_t seconds) {
 }
 
 bool HeadUnit::PlayBack() {
+  if (!FileExists(folder_ + kLog)) return true;  // nothing was ever recorded
   const auto file = std::make_shared<Io::BufferedFileInputStream>();
   if (!file->Open(folder_ + kLog) || !recorder_->SetPlaybackInputStream(file)) {
-    return Fail("there is no log to play");
+    return Fail("the log cannot be opened");
   }
   unsigned int length_ms = 0;
   unsigned int size = 0;
@@ -166,6 +173,8 @@ bool HeadUnit::PlayBack() {
 }
 
 bool HeadUnit::Save() {
+  // The clients behind the value that makes no sense were not read, so they must not be written.
+  if (!selection_is_whole_) return Fail("kestrav.conf is left as it is until a person mends it");
   if (!config_.WriteClientLoggingSelection() || !config_.Write(store_) || !store_.Save()) {
     return Fail("the configuration cannot be written; the old one is still there");
   }

@@ -51,6 +51,7 @@ class HeadUnit {
 
   const String folder_;
   bool first_start_ = false;  // there is no configuration yet
+  bool selection_is_whole_ = false;
 
   Thread::ThreadModule threads_;  // of the components; each module of the registry has its own
   Module::Registry modules_;

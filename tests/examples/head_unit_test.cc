@@ -116,6 +116,24 @@ TEST(HeadUnit, RecordsNothingWhenLoggingIsSwitchedOff) {
   EXPECT_GT(Counts(folder.Path(), "GPS")[1], 0U);  // the log of the run before
 }
 
+TEST(HeadUnit, GoesOnWithoutALogWhenNothingIsToBeRecorded) {
+  const TempDir folder;
+  WriteFile(folder / "kestrav.conf", "");
+  ASSERT_EQ(RunHeadUnit(folder.Path(), "1"), 0);
+  EXPECT_FALSE(std::filesystem::exists(folder / "head_unit.klog"));
+  EXPECT_TRUE(Holds(folder / "kestrav.conf", "Logging = false"));
+  EXPECT_TRUE(Holds(folder / "kestrav.conf", "GPS = 0"));
+}
+
+TEST(HeadUnit, LeavesAConfigurationThatItCannotReadWholeToAPerson) {
+  const TempDir folder;
+  const std::string configuration =
+      "[Kestrav-Settings]\nLogging = true\nVehicle Bus = nonsense\nClimate = 1,interval=250\n";
+  WriteFile(folder / "kestrav.conf", configuration);
+  EXPECT_EQ(RunHeadUnit(folder.Path(), "0"), 1);
+  EXPECT_EQ(FileContent(folder / "kestrav.conf"), configuration);
+}
+
 TEST(HeadUnit, SaysWhatItCannotDo) {
   const TempDir folder;
   EXPECT_EQ(RunHeadUnit(folder.Path(), "soon"), 2);

@@ -55,8 +55,21 @@ bool KestravConfig::Read(const Config::IConfigReader& reader) {
   std::vector<String> clients;
   static_cast<void>(InitClientConfigList(clients));
   const bool read = ConfigGroupBase::Read(reader);
+  ReportWhatIsNoSelection(reader);
   static_cast<void>(ProcessClientControlStrings(clients));
   return read;
+}
+
+// A value that the group took as a text may still be none for a client.
+void KestravConfig::ReportWhatIsNoSelection(const Config::IConfigReader& reader) const {
+  for (const SmartPtr::Ptr<Config::StringEntry>& client : clients_) {
+    bool selected = false;
+    String control;
+    if (!ParseClientString(selected, control, client->Value().c_str())) {
+      static_cast<void>(
+          Memory::Try([&] { reader.ReportRefused(GetName(), client->StoredName()); }));
+    }
+  }
 }
 
 bool KestravConfig::SwitchValue(const wchar_t* name, bool otherwise) const {

@@ -29,7 +29,8 @@ class KESTRAV_API KestravConfig : public virtual Config::ConfigGroupBase {
   [[nodiscard]] bool Init(IKestrav* recorder);
 
   // Makes an entry "0" for each registered client that has none, reads the group and sends every
-  // client its control string. The result is that of the group's reading.
+  // client its control string. The result is that of the group's reading. A client's value that
+  // makes no sense is reported to `reader`; the clients behind it are then sent nothing.
   [[nodiscard]] bool Read(const Config::IConfigReader& reader) override;
   [[nodiscard]] bool Read(const Config::IConfigReader& reader, bool) { return Read(reader); }
 
@@ -59,6 +60,7 @@ class KESTRAV_API KestravConfig : public virtual Config::ConfigGroupBase {
   [[nodiscard]] bool AddClientToConfigClientList(const String& client, bool selected);
 
  private:
+  void ReportWhatIsNoSelection(const Config::IConfigReader& reader) const;
   bool AddSwitch(const wchar_t* name, const wchar_t* key, bool preset);
   bool SwitchValue(const wchar_t* name, bool otherwise) const;
   bool SetSwitch(const wchar_t* name, bool value);

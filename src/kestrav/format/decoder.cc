@@ -86,7 +86,7 @@ ResultCode BinaryDecoder::ReadLogRecordHeader(BinaryLogRecordHeader& header, std
 BinaryDecoder::Taken BinaryDecoder::TakeRecord(LogMessage& message, const ClientIdSet* selection) {
   constexpr std::uint32_t kReadAhead = 4096;  // the processor does not foresee it by itself
   if (!IsStreamValid()) return Taken::kNo;
-  std::span<const std::uint8_t> bytes = Stream()->View(kRecordHeaderSize);
+  const std::span<const std::uint8_t> bytes = Stream()->View(kRecordHeaderSize);
   if (bytes.empty()) return Taken::kNo;
   __builtin_prefetch(bytes.data() + kReadAhead);
   BinaryLogRecordHeader header;
@@ -94,8 +94,8 @@ BinaryDecoder::Taken BinaryDecoder::TakeRecord(LogMessage& message, const Client
   const std::uint32_t size = header.payload_size;
   if (size > std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize) return Taken::kNo;
   const std::uint32_t record_size = kRecordHeaderSize + size;
-  if (bytes.size() < record_size) bytes = Stream()->View(record_size);
-  if (bytes.empty()) return Taken::kNo;
+  // What a payload needs further bytes for is left to reads: the next view may fail.
+  if (bytes.size() < record_size) return Taken::kNo;
   const bool wanted = selection == nullptr || selection->Contains(header.client_id);
   const std::uint8_t key = data_crypter_.RecordKey(header.record_index);
   if (wanted && !TakePayload(message, header, bytes.data() + kRecordHeaderSize, key)) {
@@ -220,6 +220,9 @@ ResultCode BinaryDecoder::GetLogMessage(LogMessage& message, const Memory::MemBl
       rawRecord.Size() - kRecordHeaderSize != header.payload_size) {
     return kDamaged;
   }
+  if (header.payload_size > LogMessage::kInlineBytes && !payload_.Resize(header.payload_size)) {
+    return kDamaged;
+  }
   const std::uint8_t key = data_crypter_.RecordKey(expected_index_);
   expected_index_ = header.record_index + 1;
   const std::uint8_t* const payload = rawRecord.Data() + kRecordHeaderSize;
@@ -236,7 +239,7 @@ ResultCode BinaryDecoder::CheckRecordData(const BinaryLogRecordHeader& header) {
   for (std::uint32_t done = 0; done < size;) {
     const std::span<const std::uint8_t> bytes = Stream()->View(std::min(kPiece, size - done));
     if (bytes.empty()) {
-      if (!SetOffset(start)) return kDamaged;
+      if (done > 0 && !SetOffset(start)) return kDamaged;
       return GetRecordData(payload_, size, header.record_index, header.payload_checksum);
     }
     const auto piece = static_cast<std::uint32_t>(std::min<std::size_t>(bytes.size(), size - done));

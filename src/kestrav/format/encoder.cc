@@ -69,17 +69,17 @@ bool BinaryEncoder::WriteStreamHeader() {
 }
 
 bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& message) {
-  if (!message || !IsStreamValid()) return false;
+  if (!message) return false;
   const std::uint32_t size = message->GetDataSize();
   if (size > std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize) return false;
   const std::uint32_t record_size = size + kRecordHeaderSize;
-  std::uint8_t* const room = Stream()->Reserve(record_size);
+  std::uint8_t* const room = IsStreamValid() ? Stream()->Reserve(record_size) : nullptr;
   if (room != nullptr) {
-    MakeRecord(room, *message);
+    MakeRecord(room, *message, size);
     Stream()->Commit(record_size);
   } else {
     if (!record_.Resize(record_size)) return false;
-    MakeRecord(record_.Data(), *message);
+    MakeRecord(record_.Data(), *message, size);
     if (!Write(record_.Data(), record_size)) return false;
   }
   bytes_written_ += record_size;
@@ -88,7 +88,7 @@ bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& messag
   return true;
 }
 
-void BinaryEncoder::MakeRecord(std::uint8_t* out, LogMessage& message) {
+void BinaryEncoder::MakeRecord(std::uint8_t* out, LogMessage& message, std::uint32_t size) {
   const bool scrambling = scrambling_;
   const std::uint8_t header_key = scrambling ? header_crypter_.RecordKey(record_count_) : 0;
   const std::uint8_t data_key = scrambling ? data_crypter_.RecordKey(record_count_) : 0;
@@ -97,9 +97,9 @@ void BinaryEncoder::MakeRecord(std::uint8_t* out, LogMessage& message) {
   BinaryLogRecordHeader header;
   std::uint8_t checksum;
   if (data_key == 0) {
-    checksum = XorCopy(payload, in, message.GetDataSize(), 0);
+    checksum = XorCopy(payload, in, size, 0);
   } else {
-    checksum = XorEach(in, message.GetDataSize(), data_key, [&](std::uint32_t at, auto bytes) {
+    checksum = XorEach(in, size, data_key, [&](std::uint32_t at, auto bytes) {
       std::memcpy(in + at, &bytes, sizeof(bytes));
       std::memcpy(payload + at, &bytes, sizeof(bytes));
     });

@@ -116,7 +116,7 @@ void BinaryLogger::LetMessagesGather() {
   const auto now = std::chrono::steady_clock::now();
   const bool busy = now - last_batch_ < kBusyPeriod;
   last_batch_ = now;
-  if (busy) std::this_thread::sleep_for(kNap);
+  if (busy && !QuitEvent().IsSet()) std::this_thread::sleep_for(kNap);
 }
 
 // Held throughout, so that no message is taken between the last record and the final header.

@@ -279,6 +279,7 @@ TEST_F(KestravConfigTest, ReadIgnoresThatAControlStringCannotBeProcessed) {
   EXPECT_TRUE(config_.Read(store_));
   EXPECT_EQ(EntryOf(L"GPS"), L"on,mode=3");
   EXPECT_THAT(gps_.Controls(), IsEmpty());
+  EXPECT_THAT(store_.refused, ElementsAre(L"GPS"));  // for a person to mend
 }
 
 TEST_F(KestravConfigTest, AClientNamedLikeASwitchGetsNoEntryAndHarmsNone) {

@@ -106,6 +106,17 @@ TEST_F(ConfigFileBadInput, TheLongestFileIsReadAndOneByteMoreIsNot) {
   ExpectRefused(Wide(file_), "16 MiB");
 }
 
+TEST_F(ConfigFileBadInput, NothingIsSavedThatCouldNotBeReadAgain) {
+  const std::string entry = "[S]\na = 1\n";
+  LoadText(entry + std::string(Config::kLongestConfigFile - entry.size(), '#'));
+  ASSERT_TRUE(Set(L"a", L"22"));
+  EXPECT_FALSE(store_.Save());
+  ASSERT_TRUE(Set(L"a", L"2"));
+  EXPECT_TRUE(store_.Save());
+  ASSERT_TRUE(store_.Load(Wide(file_)));
+  EXPECT_EQ(Value(L"a"), L"2");
+}
+
 TEST_F(ConfigFileBadInput, OneLineOfAMegabyteIsOneEntryOrOneProblem) {
   const std::string megabyte(1'000'000, 'x');
   LoadText("[S]\na = " + megabyte + "\n" + megabyte + "\n");

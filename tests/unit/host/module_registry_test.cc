@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <ostream>
@@ -60,6 +61,27 @@ struct Fraud : PartDef<Fraud, 'R'> {
 };
 struct Victim : PartDef<Victim, 'V', Fraud> {};
 struct Namesake : PartDef<Namesake, 'B'> {};
+
+// Asks the registry for things while its own code runs.
+struct Nosy : PartDef<Nosy, 'N'> {
+  using Interface = Module::IModule;
+  static SmartPtr::Ptr<Module::IModule> Factory();
+  static inline std::function<void()> asks;
+};
+
+class NosyModule final : public Module::ModuleBase {
+ public:
+  bool Start() override {
+    Nosy::asks();
+    return true;
+  }
+  void Shutdown() override { Nosy::asks(); }
+};
+
+SmartPtr::Ptr<Module::IModule> Nosy::Factory() {
+  Nosy::asks();
+  return std::make_shared<NosyModule>();
+}
 
 class ModuleRegistry : public testing::Test {
  protected:
@@ -149,6 +171,28 @@ TEST_F(ModuleRegistry, RefusesToStartAModuleTwice) {
   EXPECT_THAT(registry_.Start<Middle>(), Says(Code::kStartedAlready, L"Module M", L""));
   EXPECT_THAT(registry_.Start<Bottom>(), Says(Code::kStartedAlready, L"Module B", L""));
   EXPECT_THAT(TakeEvents(), IsEmpty());
+}
+
+TEST_F(ModuleRegistry, GivesWhatRunsAndRefusesTheRestWhileAModulesCodeRuns) {
+  EXPECT_THAT(registry_.Add<Bottom>(), kIsDone);
+  EXPECT_THAT(registry_.Add<Nosy>(), kIsDone);
+  EXPECT_THAT(registry_.Start<Bottom>(), kIsDone);
+  int asked = 0;
+  Nosy::asks = [&] {
+    ++asked;
+    EXPECT_NE(registry_.Get<Bottom>(), nullptr);
+    EXPECT_THAT(registry_.Add<Alone>(), Says(Code::kBusy, L"Module A", L""));
+    EXPECT_THAT(registry_.Start<Nosy>(), Says(Code::kBusy, L"Module N", L""));
+    EXPECT_THAT(registry_.StartAll(), Says(Code::kBusy, L"", L""));
+    EXPECT_THAT(registry_.Stop<Bottom>(), Says(Code::kBusy, L"Module B", L""));
+    registry_.Shutdown();
+    EXPECT_NE(registry_.Get<Bottom>(), nullptr);
+  };
+  EXPECT_THAT(registry_.Start<Nosy>(), kIsDone);
+  EXPECT_THAT(registry_.Stop<Nosy>(), kIsDone);
+  EXPECT_EQ(asked, 3);  // made, started, shut down
+  EXPECT_THAT(registry_.Add<Alone>(), kIsDone);
+  Nosy::asks = nullptr;
 }
 
 TEST_F(ModuleRegistry, NamesTheModuleThatItDoesNotKnow) {

@@ -68,6 +68,7 @@ bool TextFileStore::Save() {
   if (!changed_) return true;
   std::string text;
   if (!Memory::Try([&] { text = document_.Text(); })) return Fail("Memory is short.");
+  if (text.size() > kLongestConfigFile) return Fail("The file would be longer than 16 MiB.");
   if (const int error = Io::ReplaceContent(path_, text); error != 0) {
     return FailFile("The file cannot be written", error);
   }

@@ -115,6 +115,14 @@ bool PassOn() {
 }  // namespace
 
 #if defined(__SANITIZE_ADDRESS__)
+#define KESTRAV_GIVE_BACK_AT_ONCE
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KESTRAV_GIVE_BACK_AT_ONCE
+#endif
+#endif
+
+#if defined(KESTRAV_GIVE_BACK_AT_ONCE)
 
 // The sanitizer sees what is used after it was given back only if it is really given back.
 void* BlockPool::Take() noexcept { return ::operator new(kBlockBytes, std::nothrow); }

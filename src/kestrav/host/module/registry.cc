@@ -24,6 +24,18 @@ Result Refuse(Code code, const wchar_t* module, const wchar_t* dependency = L"")
   return result;
 }
 
+// From here to the end of the scope a module's code runs.
+class Turn {
+ public:
+  explicit Turn(bool& busy) : busy_(busy) { busy_ = true; }
+  ~Turn() { busy_ = false; }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  bool& busy_;
+};
+
 }  // namespace
 
 Registry::Registry(ThreadOwners owners) : owners_(std::move(owners)) {}
@@ -34,6 +46,10 @@ Result Registry::Add(Definition (*definition)()) {
   Result result{Code::kNoMemory, {}, {}};
   const bool whole = Memory::Try([&] {
     const Definition added = definition();
+    if (busy_) {
+      result = Refuse(Code::kBusy, added.name);
+      return;
+    }
     const auto same = [&](const Entry& entry) {
       return entry.definition.tag == added.tag ||
              std::wstring_view(entry.definition.name) == added.name;
@@ -61,6 +77,7 @@ SmartPtr::Ptr<IModule> Registry::Find(std::type_index tag) const {
 }
 
 Result Registry::Start(std::type_index tag, const wchar_t* name) {
+  if (busy_) return Refuse(Code::kBusy, name);
   const std::size_t index = IndexOf(tag);
   if (index == entries_.size()) return Refuse(Code::kUnknownModule, name);
   if (entries_[index].module) return Refuse(Code::kStartedAlready, name);
@@ -74,6 +91,7 @@ Result Registry::Start(std::type_index tag, const wchar_t* name) {
 }
 
 Result Registry::StartAll() {
+  if (busy_) return {Code::kBusy, {}, {}};
   Result result;
   std::vector<std::size_t> trail, order;
   const bool whole = Memory::Try([&] {
@@ -106,6 +124,7 @@ Result Registry::Plan(std::size_t index, std::vector<std::size_t>& trail,
 }
 
 Result Registry::StartPlanned(const std::vector<std::size_t>& order) {
+  const Turn turn(busy_);
   for (const std::size_t index : order) {
     if (Result result = StartOne(entries_[index]); !result) return result;
     started_.push_back(index);
@@ -146,6 +165,7 @@ Result Registry::FillAccessors(const Entry& entry, IModule& module) const {
 }
 
 Result Registry::Stop(std::type_index tag, const wchar_t* name) {
+  if (busy_) return Refuse(Code::kBusy, name);
   const std::size_t index = IndexOf(tag);
   if (index == entries_.size() || !entries_[index].module) {
     return Refuse(Code::kUnknownModule, name);
@@ -156,6 +176,7 @@ Result Registry::Stop(std::type_index tag, const wchar_t* name) {
       return Refuse(Code::kInUse, name, other.definition.name);
     }
   }
+  const Turn turn(busy_);
   static_cast<void>(Memory::Try([&] { entry.module->Shutdown(); }));
   std::erase(started_, index);
   entry.module.reset();
@@ -163,6 +184,8 @@ Result Registry::Stop(std::type_index tag, const wchar_t* name) {
 }
 
 void Registry::Shutdown() {
+  if (busy_) return;
+  const Turn turn(busy_);
   // All of them shut down before the first is let go of: a shutdown may still use what it needs.
   for (auto index = started_.rbegin(); index != started_.rend(); ++index) {
     static_cast<void>(Memory::Try([&] { entries_[*index].module->Shutdown(); }));

@@ -26,6 +26,7 @@ enum class Code : std::uint8_t {
   kStartFailed,        // `module` answered false
   kDependencyFailed,   // `module` was not started: `dependency`, which it needs, failed
   kInUse,              // `module` is needed by `dependency`, which still runs
+  kBusy,               // asked for from within a module's factory, `Start` or `Shutdown`
   kNoMemory,
 };
 
@@ -40,7 +41,8 @@ struct Result {
 
 // The modules of a program: starts them in the order of their dependencies, each with a thread
 // owner of its own, and shuts them down in the opposite one. For one thread; a module's own
-// operations may be called from any that the module allows.
+// operations may be called from any that the module allows. While a module starts or shuts down it
+// may ask for others (`Get`); everything else is refused then.
 class KESTRAV_API Registry {
  public:
   // Makes the thread owner of the module of this name; empty: none is to be had.
@@ -102,6 +104,7 @@ class KESTRAV_API Registry {
   Result FillAccessors(const Entry& entry, IModule& module) const;
 
   const ThreadOwners owners_;
+  bool busy_ = false;                 // a module's code runs
   std::vector<Entry> entries_;        // in the order in which they were added
   std::vector<std::size_t> started_;  // indexes of entries, in the order of their starts
 };
