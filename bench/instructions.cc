@@ -92,9 +92,8 @@ void Recorder(std::uint64_t count) {
 void Encoder(std::uint64_t count) {
   const RecordSet set = SetOf(count);
   const Messages messages = MakeMessages(set);
-  Memory::MemBlock block;
-  Check(block.Resize(static_cast<std::uint32_t>(kStreamHeaderSize + set.Bytes())), "short memory");
-  BinaryEncoder encoder(std::make_shared<Io::MemoryOutputStream>(block));
+  const ScratchFile file("instructions");
+  BinaryEncoder encoder(OpenOutput(file.Path(), Io::OpenMode::kCreate));
   Check(encoder.Start(1), "cannot start");
   bool good = true;
   Counted([&] {

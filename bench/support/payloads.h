@@ -29,8 +29,12 @@ struct RecordSet {
         records(std::max<std::uint64_t>(1, total_bytes / record_size)) {}
 
   std::uint64_t Bytes() const { return records * record_size; }
-  // How many different messages take turns: together they fit into a cache of 256 KiB.
-  std::uint32_t Different() const { return std::max<std::uint32_t>(1, (256U << 10) / record_size); }
+  // How many different messages take turns: with what a message needs besides its payload they fit
+  // into a cache of 256 KiB, as those do that a recorder has just been handed.
+  std::uint32_t Different() const {
+    constexpr std::uint32_t kBesides = 256;
+    return std::max<std::uint32_t>(1, (256U << 10) / (payload_size + kBesides));
+  }
 
   std::uint32_t payload_size;
   std::uint32_t record_size;

@@ -20,6 +20,22 @@ std::uint16_t HeaderSelection(std::uint64_t selection) {
   return static_cast<std::uint16_t>(fits ? low : low | kDoesNotFit);
 }
 
+// One pass over the payload: checksum, scrambling where it stands, and copy.
+inline void MakeRecord(std::uint8_t* out, LogMessage& message, std::uint32_t size,
+                       std::uint32_t index, std::uint8_t header_key, std::uint8_t data_key) {
+  std::uint8_t* const in = message.GetDataPointer();
+  std::uint8_t* const payload = out + kRecordHeaderSize;
+  const std::uint8_t checksum =
+      data_key == 0 ? XorCopy(payload, in, size, 0)
+                    : XorEach(in, size, data_key, [&](std::uint32_t at, auto bytes) {
+                        std::memcpy(in + at, &bytes, sizeof(bytes));
+                        std::memcpy(payload + at, &bytes, sizeof(bytes));
+                      });
+  BinaryLogRecordHeader header;
+  header.Init(message, index, checksum);
+  header.Serialize(out, header_key);
+}
+
 }  // namespace
 
 Logger::Logger(SmartPtr::Ptr<Io::IOutputStream> stream) : stream_(std::move(stream)) {}
@@ -69,43 +85,27 @@ bool BinaryEncoder::WriteStreamHeader() {
 }
 
 bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& message) {
-  if (!message) return false;
+  if (!message || !IsStreamValid()) return false;
   const std::uint32_t size = message->GetDataSize();
   if (size > std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize) return false;
   const std::uint32_t record_size = size + kRecordHeaderSize;
-  std::uint8_t* const room = IsStreamValid() ? Stream()->Reserve(record_size) : nullptr;
+  Io::IOutputStream& stream = *Stream();
+  std::uint8_t* const room = stream.Reserve(record_size);
+  if (room == nullptr && !record_.Resize(record_size)) return false;
+  const bool scrambling = scrambling_;
+  const std::uint8_t header_key = scrambling ? header_crypter_.RecordKey(record_count_) : 0;
+  const std::uint8_t data_key = scrambling ? data_crypter_.RecordKey(record_count_) : 0;
+  MakeRecord(room != nullptr ? room : record_.Data(), *message, size, record_count_, header_key,
+             data_key);
   if (room != nullptr) {
-    MakeRecord(room, *message, size);
-    Stream()->Commit(record_size);
-  } else {
-    if (!record_.Resize(record_size)) return false;
-    MakeRecord(record_.Data(), *message, size);
-    if (!Write(record_.Data(), record_size)) return false;
+    stream.Commit(record_size);
+  } else if (!stream.Write(record_.Data(), record_size)) {
+    return false;
   }
   bytes_written_ += record_size;
   ++record_count_;
   last_time_stamp_ = message->time_stamp;
   return true;
-}
-
-void BinaryEncoder::MakeRecord(std::uint8_t* out, LogMessage& message, std::uint32_t size) {
-  const bool scrambling = scrambling_;
-  const std::uint8_t header_key = scrambling ? header_crypter_.RecordKey(record_count_) : 0;
-  const std::uint8_t data_key = scrambling ? data_crypter_.RecordKey(record_count_) : 0;
-  std::uint8_t* const in = message.GetDataPointer();
-  std::uint8_t* const payload = out + kRecordHeaderSize;
-  BinaryLogRecordHeader header;
-  std::uint8_t checksum;
-  if (data_key == 0) {
-    checksum = XorCopy(payload, in, size, 0);
-  } else {
-    checksum = XorEach(in, size, data_key, [&](std::uint32_t at, auto bytes) {
-      std::memcpy(in + at, &bytes, sizeof(bytes));
-      std::memcpy(payload + at, &bytes, sizeof(bytes));
-    });
-  }
-  header.Init(message, record_count_, checksum);
-  header.Serialize(out, header_key);
 }
 
 std::uint32_t BinaryEncoder::GetRecordingTimeScnds() const {

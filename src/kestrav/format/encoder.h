@@ -70,9 +70,6 @@ class KESTRAV_API BinaryEncoder : public Logger {
   void Stop();
 
  private:
-  // Makes the record in one pass over the `size` bytes of payload: checksum, scrambling and copy.
-  void MakeRecord(std::uint8_t* out, LogMessage& message, std::uint32_t size);
-
   std::atomic<bool> scrambling_{true};
   Crypter header_crypter_;
   Crypter data_crypter_;

@@ -59,6 +59,8 @@ bool LogMessage::Adopt(std::uint16_t clientId, std::uint16_t dataId, Memory::Mem
   return true;
 }
 
+const std::uint8_t* LogMessage::GetDataPointer() const { return payload_; }
+
 void LogMessage::Clear() {
   large_.Clear();
   SetFields(kNoId, kNoId, nullptr, 0, 0);

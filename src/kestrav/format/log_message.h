@@ -65,7 +65,9 @@ class KESTRAV_API LogMessage : public ILogMessage {
   std::uint16_t GetClientID() const override { return client_id_; }
   std::uint16_t GetDataID() const override { return data_id_; }
   std::uint8_t* GetDataPointer() override { return payload_; }
-  const std::uint8_t* GetDataPointer() const override { return payload_; }
+  // Defined in the library, and with it the one virtual table: the compiler guesses by it that a
+  // message is a plain one and calls nothing.
+  const std::uint8_t* GetDataPointer() const override;
   std::uint32_t GetDataSize() const override { return size_; }
 
   std::uint32_t time_stamp = 0;  // milliseconds of the recorder's clock

@@ -37,33 +37,38 @@ inline std::uint8_t Fold(std::uint64_t word) {
 // Hands `size` bytes from `in`, each XORed with `key`, to `put(offset, value)` in pieces of 16, 8
 // or 1 bytes and returns the XOR of the bytes as they stand in `in`.
 template <class Put>
-inline std::uint8_t XorEach(const std::uint8_t* in, std::uint32_t size, std::uint8_t key, Put put) {
+[[gnu::always_inline]] inline std::uint8_t XorEach(const std::uint8_t* in, std::uint32_t size,
+                                                   std::uint8_t key, Put put) {
   const std::uint64_t word_key = wide::Repeat(key);
   const wide::Vector vector_key = {word_key, word_key};
-  // Four sums, so that one step need not wait for the one before; written out, since the compiler
-  // does not unroll loops by itself here.
-  wide::Vector sum0 = {}, sum1 = {}, sum2 = {}, sum3 = {};
+  wide::Vector sum = {};
   std::uint32_t at = 0;
-  for (; size - at >= 64; at += 64) {
-    const wide::Vector bytes0 = wide::Load(in + at);
-    const wide::Vector bytes1 = wide::Load(in + at + 16);
-    const wide::Vector bytes2 = wide::Load(in + at + 32);
-    const wide::Vector bytes3 = wide::Load(in + at + 48);
-    sum0 ^= bytes0;
-    sum1 ^= bytes1;
-    sum2 ^= bytes2;
-    sum3 ^= bytes3;
-    put(at, bytes0 ^ vector_key);
-    put(at + 16, bytes1 ^ vector_key);
-    put(at + 32, bytes2 ^ vector_key);
-    put(at + 48, bytes3 ^ vector_key);
+  if (size >= 64) {
+    // Four sums, so that one step need not wait for the one before; written out, since the compiler
+    // does not unroll loops by itself here.
+    wide::Vector sum1 = {}, sum2 = {}, sum3 = {};
+    do {
+      const wide::Vector bytes0 = wide::Load(in + at);
+      const wide::Vector bytes1 = wide::Load(in + at + 16);
+      const wide::Vector bytes2 = wide::Load(in + at + 32);
+      const wide::Vector bytes3 = wide::Load(in + at + 48);
+      sum ^= bytes0;
+      sum1 ^= bytes1;
+      sum2 ^= bytes2;
+      sum3 ^= bytes3;
+      put(at, bytes0 ^ vector_key);
+      put(at + 16, bytes1 ^ vector_key);
+      put(at + 32, bytes2 ^ vector_key);
+      put(at + 48, bytes3 ^ vector_key);
+      at += 64;
+    } while (size - at >= 64);
+    sum = (sum ^ sum1) ^ (sum2 ^ sum3);
   }
   for (; size - at >= 16; at += 16) {
     const wide::Vector bytes = wide::Load(in + at);
-    sum0 ^= bytes;
+    sum ^= bytes;
     put(at, bytes ^ vector_key);
   }
-  const wide::Vector sum = (sum0 ^ sum1) ^ (sum2 ^ sum3);
   std::uint64_t word_sum = sum[0] ^ sum[1];
   if (size - at >= 8) {
     std::uint64_t bytes;

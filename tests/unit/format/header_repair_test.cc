@@ -15,6 +15,7 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <string_view>
 
 #include "kestrav/format/stream_header.h"
 #include "support/log_builder.h"
@@ -287,6 +288,10 @@ std::string WriteCalls() {
 }
 
 TEST_F(HeaderRepair, WritesOnce) {
+  // Whether an object is what it seems to be, that sanitizer finds out by writing to a pipe.
+  if (std::string_view(KESTRAV_SANITIZE).find("undefined") != std::string_view::npos) {
+    GTEST_SKIP() << "the calls of the undefined-behaviour sanitizer would be counted too";
+  }
   WriteFile(path_, Unfinished(SmallLog()));
   const String path = Wide(path_);
   const std::string before = WriteCalls();

@@ -14,19 +14,30 @@ namespace {
 // A stream that shows only so many bytes at a time, as one with a buffer does.
 class WindowInputStream final : public Io::IInputStream {
  public:
-  WindowInputStream(const Bytes& bytes, std::uint32_t window)
-      : bytes_(bytes), window_(window), inner_(bytes.data(), Size()) {}
+  WindowInputStream(const Bytes& bytes, std::uint32_t window) : bytes_(bytes), window_(window) {}
 
-  bool Read(std::uint8_t* data, std::uint32_t size) override { return inner_.Read(data, size); }
-  bool Seek(std::uint32_t position) override { return inner_.Seek(position); }
-  std::uint32_t Position() const override { return inner_.Position(); }
-  std::uint32_t Remaining() const override { return inner_.Remaining(); }
-  std::span<const std::uint8_t> View(std::uint32_t size) override {
-    // From the window's start, which moves when too little of it is left.
+  bool Read(std::uint8_t* data, std::uint32_t size) override {
+    if (size > Remaining()) return false;
     const std::uint32_t at = Position();
-    if (size > window_ || size > Remaining()) return {};
-    if (at < start_ || at - start_ + size > std::min(window_, Size() - start_)) start_ = at;
-    return {bytes_.data() + at, std::min(window_, Size() - start_) - (at - start_)};
+    std::copy_n(bytes_.data() + at, size, data);
+    return Seek(at + size);
+  }
+  bool Seek(std::uint32_t position) override {
+    if (position > Size()) return false;
+    end_ = position;
+    SetView(nullptr, nullptr);
+    return true;
+  }
+  std::uint32_t Position() const override { return end_ - static_cast<std::uint32_t>(ViewSize()); }
+  std::uint32_t Remaining() const override { return Size() - Position(); }
+
+ protected:
+  bool LoadView(std::uint32_t size) override {
+    if (size > window_ || size > Remaining()) return false;
+    const std::uint32_t at = Position();
+    end_ = at + std::min(window_, Remaining());
+    SetView(bytes_.data() + at, bytes_.data() + end_);
+    return true;
   }
 
  private:
@@ -34,8 +45,7 @@ class WindowInputStream final : public Io::IInputStream {
 
   const Bytes bytes_;
   const std::uint32_t window_;
-  std::uint32_t start_ = 0;
-  Io::MemoryInputStream inner_;
+  std::uint32_t end_ = 0;  // of the view
 };
 
 // A log with markers in its payloads, then bytes overwritten, markers strewn in and the end cut.

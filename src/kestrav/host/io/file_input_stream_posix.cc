@@ -19,7 +19,8 @@ bool BufferedFileInputStream::Open(const String& path) {
 
 void BufferedFileInputStream::Close() {
   file_.Close();
-  buffer_start_ = buffered_ = size_ = position_ = 0;
+  StartBuffer(0);
+  size_ = 0;
   error_ = 0;
 }
 
@@ -36,44 +37,46 @@ bool BufferedFileInputStream::ReadFile(std::uint8_t* data, std::uint32_t size, s
   return true;
 }
 
-bool BufferedFileInputStream::Fill() {
-  const std::uint32_t size = std::min(buffer_bytes_, Remaining());
+void BufferedFileInputStream::StartBuffer(std::uint32_t position) {
+  buffer_end_ = position;
   buffered_ = 0;
-  if (!ReadFile(buffer_.Data(), size, position_)) return false;
-  buffer_start_ = position_;
-  buffered_ = size;
+  SetView(nullptr, nullptr);
+}
+
+bool BufferedFileInputStream::LoadView(std::uint32_t size) {
+  if (size > Remaining() || size > buffer_bytes_) return false;
+  StartBuffer(Position());
+  const std::uint32_t part = std::min(buffer_bytes_, Remaining());
+  if (!ReadFile(buffer_.Data(), part, buffer_end_)) return false;
+  buffer_end_ += part;
+  buffered_ = part;
+  SetView(buffer_.Data(), buffer_.Data() + part);
   return true;
-}
-
-bool BufferedFileInputStream::IsBuffered(std::uint32_t size) const {
-  return position_ >= buffer_start_ && position_ - buffer_start_ <= buffered_ &&
-         size <= buffered_ - (position_ - buffer_start_);
-}
-
-std::span<const std::uint8_t> BufferedFileInputStream::View(std::uint32_t size) {
-  if (size > Remaining() || size > buffer_bytes_) return {};
-  if (!IsBuffered(size) && !Fill()) return {};
-  const std::uint32_t start = position_ - buffer_start_;
-  return {buffer_.Data() + start, buffered_ - start};
 }
 
 bool BufferedFileInputStream::Read(std::uint8_t* data, std::uint32_t size) {
   if (size > Remaining()) return false;
   if (size == 0) return true;
-  const bool inside = IsBuffered(size);
-  if (!inside && size >= buffer_bytes_) {
-    if (!ReadFile(data, size, position_)) return false;
-  } else {
-    if (!inside && !Fill()) return false;
-    std::memcpy(data, buffer_.Data() + (position_ - buffer_start_), size);
+  if (size > ViewSize() && size >= buffer_bytes_) {
+    if (!ReadFile(data, size, Position())) return false;
+    StartBuffer(Position() + size);
+    return true;
   }
-  position_ += size;
+  const std::span<const std::uint8_t> bytes = View(size);
+  if (bytes.empty()) return false;
+  std::memcpy(data, bytes.data(), size);
+  Advance(size);
   return true;
 }
 
 bool BufferedFileInputStream::Seek(std::uint32_t position) {
   if (position > size_) return false;
-  position_ = position;
+  if (position <= buffer_end_ && buffer_end_ - position <= buffered_) {
+    const std::uint8_t* const end = buffer_.Data() + buffered_;
+    SetView(end - (buffer_end_ - position), end);
+  } else {
+    StartBuffer(position);
+  }
   return true;
 }
 

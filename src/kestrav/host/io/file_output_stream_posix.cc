@@ -53,7 +53,7 @@ bool BufferedFileOutputStream::Open(const String& path, OpenMode mode) {
   }
   file_ = std::move(file);
   end_ = static_cast<std::uint32_t>(status.st_size);
-  buffer_start_ = buffered_ = 0;
+  StartBuffer(0);
   return true;
 }
 
@@ -64,8 +64,15 @@ bool BufferedFileOutputStream::Close() {
     Fail(errno);
     whole = false;
   }
-  buffer_start_ = buffered_ = end_ = 0;
+  buffer_start_ = room_ = end_ = 0;
+  SetRoom(nullptr, nullptr);
   return whole;
+}
+
+void BufferedFileOutputStream::StartBuffer(std::uint32_t position) {
+  buffer_start_ = position;
+  room_ = std::min(buffer_bytes_, kLongestFile - position);
+  SetRoom(buffer_.Data(), buffer_.Data() + room_);
 }
 
 void BufferedFileOutputStream::Fail(int error) {
@@ -90,10 +97,10 @@ bool BufferedFileOutputStream::WriteFile(const std::uint8_t* data, std::uint32_t
 }
 
 bool BufferedFileOutputStream::Flush() {
-  if (buffered_ == 0) return true;
-  if (!WriteFile(buffer_.Data(), buffered_, buffer_start_)) return false;
-  buffer_start_ += buffered_;
-  buffered_ = 0;
+  const std::uint32_t size = Buffered();
+  if (size == 0) return true;
+  if (!WriteFile(buffer_.Data(), size, buffer_start_)) return false;
+  StartBuffer(buffer_start_ + size);
   return true;
 }
 
@@ -103,26 +110,25 @@ bool BufferedFileOutputStream::Write(const std::uint8_t* data, std::uint32_t siz
     Fail(EFBIG);
     return false;
   }
-  if (size > buffer_bytes_ - buffered_ && !Flush()) return false;
+  if (size > RoomSize() && !Flush()) return false;
   if (size >= buffer_bytes_) {
     if (!WriteFile(data, size, buffer_start_)) return false;
-    buffer_start_ += size;
+    StartBuffer(buffer_start_ + size);
     return true;
   }
-  if (size > 0) std::memcpy(buffer_.Data() + buffered_, data, size);
-  buffered_ += size;
+  if (size > 0) std::memcpy(Reserve(size), data, size);
+  Commit(size);
   return true;
 }
 
-std::uint8_t* BufferedFileOutputStream::Reserve(std::uint32_t size) {
-  if (!file_.IsOpen() || size >= buffer_bytes_ || size > kLongestFile - Position()) return nullptr;
-  if (size > buffer_bytes_ - buffered_ && !Flush()) return nullptr;
-  return buffer_.Data() + buffered_;
+bool BufferedFileOutputStream::MakeRoom(std::uint32_t size) {
+  const bool can = file_.IsOpen() && size <= buffer_bytes_ && size <= kLongestFile - Position();
+  return can && Flush();
 }
 
 bool BufferedFileOutputStream::Seek(std::uint32_t position) {
   if (!file_.IsOpen() || position > std::max(end_, Position()) || !Flush()) return false;
-  buffer_start_ = position;
+  StartBuffer(position);
   return true;
 }
 

@@ -48,23 +48,25 @@ class KESTRAV_API BufferedFileInputStream final : public IInputStream {
 
   [[nodiscard]] bool Read(std::uint8_t* data, std::uint32_t size) override;
   [[nodiscard]] bool Seek(std::uint32_t position) override;
-  std::uint32_t Position() const override { return position_; }
-  std::uint32_t Remaining() const override { return size_ - position_; }
-  std::span<const std::uint8_t> View(std::uint32_t size) override;
-  void Advance(std::uint32_t size) override { position_ += size; }
+  std::uint32_t Position() const override {
+    return buffer_end_ - static_cast<std::uint32_t>(ViewSize());
+  }
+  std::uint32_t Remaining() const override { return size_ - Position(); }
+
+ protected:
+  [[nodiscard]] bool LoadView(std::uint32_t size) override;
 
  private:
-  bool IsBuffered(std::uint32_t size) const;
   bool ReadFile(std::uint8_t* data, std::uint32_t size, std::uint32_t at);
-  bool Fill();
+  // Empties the buffer; the position is `position`.
+  void StartBuffer(std::uint32_t position);
 
   const std::uint32_t buffer_bytes_;
   FileHandle file_;
   Memory::MemBlock buffer_;
-  std::uint32_t buffer_start_ = 0;  // where in the file the buffer's first byte stands
+  std::uint32_t buffer_end_ = 0;  // where in the file the byte behind the buffered ones stands
   std::uint32_t buffered_ = 0;
   std::uint32_t size_ = 0;
-  std::uint32_t position_ = 0;
   int error_ = 0;
 };
 
@@ -94,13 +96,17 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   int Error() const { return error_; }
 
   [[nodiscard]] bool Write(const std::uint8_t* data, std::uint32_t size) override;
-  std::uint8_t* Reserve(std::uint32_t size) override;
-  void Commit(std::uint32_t size) override { buffered_ += size; }
   [[nodiscard]] bool Seek(std::uint32_t position) override;
-  std::uint32_t Position() const override { return buffer_start_ + buffered_; }
+  std::uint32_t Position() const override { return buffer_start_ + Buffered(); }
   bool Flush() override;
 
+ protected:
+  [[nodiscard]] bool MakeRoom(std::uint32_t size) override;
+
  private:
+  std::uint32_t Buffered() const { return room_ - static_cast<std::uint32_t>(RoomSize()); }
+  // Empties the buffer; the position is `position`.
+  void StartBuffer(std::uint32_t position);
   bool WriteFile(const std::uint8_t* data, std::uint32_t size, std::uint32_t at);
   void Fail(int error);
 
@@ -108,8 +114,8 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   FileHandle file_;
   Memory::MemBlock buffer_;
   std::uint32_t buffer_start_ = 0;  // where in the file the buffer's first byte belongs
-  std::uint32_t buffered_ = 0;
-  std::uint32_t end_ = 0;  // the length of the file without what is buffered
+  std::uint32_t room_ = 0;          // what the empty buffer holds
+  std::uint32_t end_ = 0;           // the length of the file without what is buffered
   int error_ = 0;
 };
 

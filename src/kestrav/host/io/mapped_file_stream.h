@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "kestrav/host/io/stream.h"
+#include "kestrav/host/io/memory_stream.h"
 #include "kestrav/host/text/string.h"
 
 namespace kestrav::Io {
@@ -12,9 +12,9 @@ namespace kestrav::Io {
 // For files that nobody shortens and whose device stays: where the system cannot supply the bytes,
 // it raises SIGBUS in the reading thread. A head unit that plays logs from a stick reads them
 // through `BufferedFileInputStream`.
-class KESTRAV_API MappedFileInputStream final : public IInputStream {
+class KESTRAV_API MappedFileInputStream final : public MemoryInputStream {
  public:
-  MappedFileInputStream() = default;
+  MappedFileInputStream() : MemoryInputStream(nullptr, 0) {}
   ~MappedFileInputStream() override { Close(); }
   MappedFileInputStream(const MappedFileInputStream&) = delete;
   MappedFileInputStream& operator=(const MappedFileInputStream&) = delete;
@@ -27,17 +27,9 @@ class KESTRAV_API MappedFileInputStream final : public IInputStream {
   // The errno value of the last call that the system failed, 0 if none.
   int Error() const { return error_; }
 
-  [[nodiscard]] bool Read(std::uint8_t* data, std::uint32_t size) override;
-  [[nodiscard]] bool Seek(std::uint32_t position) override;
-  std::uint32_t Position() const override { return position_; }
-  std::uint32_t Remaining() const override { return size_ - position_; }
-  std::span<const std::uint8_t> View(std::uint32_t size) override;
-  void Advance(std::uint32_t size) override { position_ += size; }
-
  private:
-  const std::uint8_t* data_ = nullptr;
-  std::uint32_t size_ = 0;
-  std::uint32_t position_ = 0;
+  void* map_ = nullptr;
+  std::uint32_t map_size_ = 0;
   int error_ = 0;
 };
 

@@ -6,20 +6,15 @@ namespace kestrav::Io {
 
 bool MemoryInputStream::Read(std::uint8_t* data, std::uint32_t size) {
   if (size > Remaining()) return false;
-  if (size > 0) std::memcpy(data, data_ + position_, size);
-  position_ += size;
+  if (size > 0) std::memcpy(data, View(size).data(), size);
+  Advance(size);
   return true;
 }
 
 bool MemoryInputStream::Seek(std::uint32_t position) {
   if (position > size_) return false;
-  position_ = position;
+  SetView(data_ + position, data_ + size_);
   return true;
-}
-
-std::span<const std::uint8_t> MemoryInputStream::View(std::uint32_t size) {
-  if (size > Remaining()) return {};
-  return {data_ + position_, Remaining()};
 }
 
 bool MemoryOutputStream::Write(const std::uint8_t* data, std::uint32_t size) {

@@ -7,23 +7,28 @@
 namespace kestrav::Io {
 
 // Reads the bytes of a block, which it does not own and which must not change meanwhile.
-class KESTRAV_API MemoryInputStream final : public IInputStream {
+class KESTRAV_API MemoryInputStream : public IInputStream {
  public:
   explicit MemoryInputStream(const Memory::MemBlock& block)
       : MemoryInputStream(block.Data(), block.Size()) {}
-  MemoryInputStream(const std::uint8_t* data, std::uint32_t size) : data_(data), size_(size) {}
+  MemoryInputStream(const std::uint8_t* data, std::uint32_t size) { SetBytes(data, size); }
 
   [[nodiscard]] bool Read(std::uint8_t* data, std::uint32_t size) override;
   [[nodiscard]] bool Seek(std::uint32_t position) override;
-  std::uint32_t Position() const override { return position_; }
-  std::uint32_t Remaining() const override { return size_ - position_; }
-  std::span<const std::uint8_t> View(std::uint32_t size) override;
-  void Advance(std::uint32_t size) override { position_ += size; }
+  std::uint32_t Position() const override { return size_ - Remaining(); }
+  std::uint32_t Remaining() const override { return static_cast<std::uint32_t>(ViewSize()); }
+
+ protected:
+  // Starts again with these bytes.
+  void SetBytes(const std::uint8_t* data, std::uint32_t size) {
+    data_ = data;
+    size_ = size;
+    SetView(data, data + size);
+  }
 
  private:
-  const std::uint8_t* data_;
-  std::uint32_t size_;
-  std::uint32_t position_ = 0;
+  const std::uint8_t* data_ = nullptr;
+  std::uint32_t size_ = 0;
 };
 
 // Writes over the bytes of a block, which it does not own and does not grow: what does not fit is

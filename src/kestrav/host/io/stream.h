@@ -1,6 +1,7 @@
 #ifndef KESTRAV_HOST_IO_STREAM_H_
 #define KESTRAV_HOST_IO_STREAM_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -27,10 +28,30 @@ class KESTRAV_API IInputStream {
   // For readers that want no copy: the bytes from the position on that lie side by side in memory,
   // at least `size` of them. They stay until the next call of another operation than `Advance`, and
   // the position does not move. Empty: there are none to be had, use `Read`.
-  virtual std::span<const std::uint8_t> View(std::uint32_t /*size*/) { return {}; }
-
+  std::span<const std::uint8_t> View(std::uint32_t size) {
+    if (size > ViewSize() && !LoadView(size)) return {};
+    return {view_, view_end_};
+  }
   // Moves the position over `size` bytes of the last view.
-  virtual void Advance(std::uint32_t size) { static_cast<void>(Seek(Position() + size)); }
+  void Advance(std::uint32_t size) { view_ += size; }
+
+ protected:
+  // What `View` shows from now on: from the position to `end`. A stream that shows nothing need not
+  // call it.
+  void SetView(const std::uint8_t* begin, const std::uint8_t* end) {
+    view_ = begin;
+    view_end_ = end;
+  }
+  // What `Advance` has left of it.
+  std::size_t ViewSize() const { return static_cast<std::size_t>(view_end_ - view_); }
+
+  // Sets a view of at least `size` bytes. false: there is none to be had.
+  [[nodiscard]] virtual bool LoadView(std::uint32_t /*size*/) { return false; }
+
+ private:
+  // Here, so that looking at the next record calls nothing.
+  const std::uint8_t* view_ = nullptr;
+  const std::uint8_t* view_end_ = nullptr;
 };
 
 // A sink for bytes with a position. One thread at a time.
@@ -44,8 +65,10 @@ class KESTRAV_API IOutputStream {
 
   // For writers that want no copy: room for `size` bytes at the position, which `Commit` then
   // writes as `Write` would have. Any other call gives the room back. Null: use `Write`.
-  virtual std::uint8_t* Reserve(std::uint32_t /*size*/) { return nullptr; }
-  virtual void Commit(std::uint32_t /*size*/) {}
+  std::uint8_t* Reserve(std::uint32_t size) {
+    return size <= RoomSize() || MakeRoom(size) ? room_ : nullptr;
+  }
+  void Commit(std::uint32_t size) { room_ += size; }
 
   // Sets the position, counted from the start. false: it lies beyond the end, or what is buffered
   // could not be handed on; the position is as before.
@@ -55,6 +78,22 @@ class KESTRAV_API IOutputStream {
 
   // Hands what is buffered to the system. false: some of it is still buffered.
   virtual bool Flush() { return true; }
+
+ protected:
+  // Where `Reserve` gives room from now on. A stream that gives none need not call it.
+  void SetRoom(std::uint8_t* begin, std::uint8_t* end) {
+    room_ = begin;
+    room_end_ = end;
+  }
+  // What `Commit` has left of it.
+  std::size_t RoomSize() const { return static_cast<std::size_t>(room_end_ - room_); }
+
+  // Sets room for at least `size` bytes. false: there is none to be had.
+  [[nodiscard]] virtual bool MakeRoom(std::uint32_t /*size*/) { return false; }
+
+ private:
+  std::uint8_t* room_ = nullptr;
+  std::uint8_t* room_end_ = nullptr;
 };
 
 }  // namespace kestrav::Io

@@ -11,6 +11,20 @@ constexpr std::uint32_t kBatch = 64;
 // What is kept for later: 12 MiB. The rest of a burst goes back to the system's allocator.
 constexpr std::uint32_t kMaxBatches = 1024;
 
+// The address sanitizer sees what is used after it was given back only if it is really given back.
+#if defined(__SANITIZE_ADDRESS__)
+#define KESTRAV_ADDRESS_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KESTRAV_ADDRESS_SANITIZER
+#endif
+#endif
+#ifdef KESTRAV_ADDRESS_SANITIZER
+constexpr bool kGivesBackAtOnce = true;
+#else
+constexpr bool kGivesBackAtOnce = false;
+#endif
+
 struct Block {
   Block* next;        // in the same batch
   Block* next_batch;  // of the first block of a batch
@@ -114,23 +128,8 @@ bool PassOn() {
 
 }  // namespace
 
-#if defined(__SANITIZE_ADDRESS__)
-#define KESTRAV_GIVE_BACK_AT_ONCE
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KESTRAV_GIVE_BACK_AT_ONCE
-#endif
-#endif
-
-#if defined(KESTRAV_GIVE_BACK_AT_ONCE)
-
-// The sanitizer sees what is used after it was given back only if it is really given back.
-void* BlockPool::Take() noexcept { return ::operator new(kBlockBytes, std::nothrow); }
-void BlockPool::Give(void* block) noexcept { ::operator delete(block); }
-
-#else
-
 void* BlockPool::Take() noexcept {
+  if (kGivesBackAtOnce) return ::operator new(kBlockBytes, std::nothrow);
   Block* const block = cache.open;
   if (block == nullptr) return TakeFromOthers();
   cache.open = block->next;
@@ -139,6 +138,7 @@ void* BlockPool::Take() noexcept {
 }
 
 void BlockPool::Give(void* memory) noexcept {
+  if (kGivesBackAtOnce) return ::operator delete(memory);
   if ((cache.open_count == kBatch || !cache.is_watched || cache.is_closed) && !PassOn()) {
     ::operator delete(memory);
     return;
@@ -146,7 +146,5 @@ void BlockPool::Give(void* memory) noexcept {
   cache.open = new (memory) Block{cache.open, nullptr};
   ++cache.open_count;
 }
-
-#endif
 
 }  // namespace kestrav::Memory
