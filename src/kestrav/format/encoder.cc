@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <limits>
+#include <typeinfo>
 #include <utility>
 
 #include "kestrav/format/record_header.h"
@@ -20,20 +21,37 @@ std::uint16_t HeaderSelection(std::uint64_t selection) {
   return static_cast<std::uint16_t>(fits ? low : low | kDoesNotFit);
 }
 
+constexpr std::uint32_t kLargestPayload =
+    std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize;
+
+// What a record takes from its message.
+struct Content {
+  std::uint8_t* payload;
+  std::uint32_t size;
+  std::uint16_t client_id;
+  std::uint16_t data_id;
+  std::uint32_t time_stamp;
+};
+
 // One pass over the payload: checksum, scrambling where it stands, and copy.
-inline void MakeRecord(std::uint8_t* out, LogMessage& message, std::uint32_t size,
-                       std::uint32_t index, std::uint8_t header_key, std::uint8_t data_key) {
-  std::uint8_t* const in = message.GetDataPointer();
-  std::uint8_t* const payload = out + kRecordHeaderSize;
+[[gnu::always_inline]] inline void MakeRecord(std::uint8_t* out, const Content& content,
+                                              const BinaryEncoder::Keys& keys) {
+  std::uint8_t* const in = content.payload;
+  std::uint8_t* const copy = out + kRecordHeaderSize;
   const std::uint8_t checksum =
-      data_key == 0 ? XorCopy(payload, in, size, 0)
-                    : XorEach(in, size, data_key, [&](std::uint32_t at, auto bytes) {
-                        std::memcpy(in + at, &bytes, sizeof(bytes));
-                        std::memcpy(payload + at, &bytes, sizeof(bytes));
-                      });
+      keys.data == 0 ? XorCopy(copy, in, content.size, 0)
+                     : XorEach(in, content.size, keys.data, [=](std::size_t at, auto bytes) {
+                         std::memcpy(in + at, &bytes, sizeof(bytes));
+                         std::memcpy(copy + at, &bytes, sizeof(bytes));
+                       });
   BinaryLogRecordHeader header;
-  header.Init(message, index, checksum);
-  header.Serialize(out, header_key);
+  header.record_index = keys.index;
+  header.client_id = content.client_id;
+  header.data_id = content.data_id;
+  header.time_stamp = content.time_stamp;
+  header.payload_size = content.size;
+  header.Seal(checksum);
+  header.Serialize(out, keys.header);
 }
 
 }  // namespace
@@ -84,27 +102,41 @@ bool BinaryEncoder::WriteStreamHeader() {
   return true;
 }
 
+// The usual case calls nothing: a plain message, and room in the stream.
 bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& message) {
   if (!message || !IsStreamValid()) return false;
-  const std::uint32_t size = message->GetDataSize();
-  if (size > std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize) return false;
-  const std::uint32_t record_size = size + kRecordHeaderSize;
+  LogMessage& plain = *message;
+  const Content content = {plain.LogMessage::GetDataPointer(), plain.LogMessage::GetDataSize(),
+                           plain.LogMessage::GetClientID(), plain.LogMessage::GetDataID(),
+                           plain.time_stamp};
+  if (&typeid(plain) != &typeid(LogMessage) || content.size > kLargestPayload) {
+    return WriteOtherRecord(plain);
+  }
+  const std::uint32_t size = content.size + kRecordHeaderSize;
+  std::uint8_t* const room = Stream()->Room(size);
+  if (room == nullptr) return WriteOtherRecord(plain);
+  MakeRecord(room, content, NextKeys());
+  Stream()->Commit(size);
+  CountRecord(size, content.time_stamp);
+  return true;
+}
+
+// Any message, and a stream that makes room first or takes only writes.
+bool BinaryEncoder::WriteOtherRecord(LogMessage& message) {
+  const Content content = {message.GetDataPointer(), message.GetDataSize(), message.GetClientID(),
+                           message.GetDataID(), message.time_stamp};
+  if (content.size > kLargestPayload) return false;
+  const std::uint32_t size = content.size + kRecordHeaderSize;
   Io::IOutputStream& stream = *Stream();
-  std::uint8_t* const room = stream.Reserve(record_size);
-  if (room == nullptr && !record_.Resize(record_size)) return false;
-  const bool scrambling = scrambling_;
-  const std::uint8_t header_key = scrambling ? header_crypter_.RecordKey(record_count_) : 0;
-  const std::uint8_t data_key = scrambling ? data_crypter_.RecordKey(record_count_) : 0;
-  MakeRecord(room != nullptr ? room : record_.Data(), *message, size, record_count_, header_key,
-             data_key);
+  std::uint8_t* const room = stream.Reserve(size);
+  if (room == nullptr && !record_.Resize(size)) return false;
+  MakeRecord(room != nullptr ? room : record_.Data(), content, NextKeys());
   if (room != nullptr) {
-    stream.Commit(record_size);
-  } else if (!stream.Write(record_.Data(), record_size)) {
+    stream.Commit(size);
+  } else if (!stream.Write(record_.Data(), size)) {
     return false;
   }
-  bytes_written_ += record_size;
-  ++record_count_;
-  last_time_stamp_ = message->time_stamp;
+  CountRecord(size, content.time_stamp);
   return true;
 }
 

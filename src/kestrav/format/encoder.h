@@ -69,13 +69,32 @@ class KESTRAV_API BinaryEncoder : public Logger {
   // it. When the stream cannot seek, the provisional header stays.
   void Stop();
 
+  // A record's index and what its bytes are XORed with.
+  struct Keys {
+    std::uint32_t index;
+    std::uint8_t header;
+    std::uint8_t data;
+  };
+
  private:
+  [[nodiscard]] bool WriteOtherRecord(LogMessage& message);
+  Keys NextKeys() const {
+    if (!scrambling_) return {record_count_, 0, 0};
+    return {record_count_, header_crypter_.RecordKey(record_count_),
+            data_crypter_.RecordKey(record_count_)};
+  }
+  void CountRecord(std::uint32_t size, std::uint32_t time_stamp) {
+    bytes_written_ += size;
+    ++record_count_;
+    last_time_stamp_ = time_stamp;
+  }
+
   std::atomic<bool> scrambling_{true};
   Crypter header_crypter_;
   Crypter data_crypter_;
   std::uint32_t record_count_ = 0;
-  std::uint32_t bytes_written_ = 0;
   std::uint32_t start_clock_ = 0;  // 0: not recording
+  std::uint32_t bytes_written_ = 0;
   std::uint32_t last_time_stamp_ = 0;
   BinaryLogStreamHeader stream_header_;
   Memory::MemBlock record_;  // kept from record to record, so that few of them allocate

@@ -70,8 +70,6 @@ class KESTRAV_API LogMessage : public ILogMessage {
   const std::uint8_t* GetDataPointer() const override;
   std::uint32_t GetDataSize() const override { return size_; }
 
-  std::uint32_t time_stamp = 0;  // milliseconds of the recorder's clock
-
   // A payload up to this size needs no memory of its own.
   static constexpr std::uint32_t kInlineBytes = 96;
 
@@ -85,8 +83,14 @@ class KESTRAV_API LogMessage : public ILogMessage {
     time_stamp = time;
   }
 
+  // In the order of a record header, so that they are moved as one.
   std::uint16_t client_id_ = kNoId;
   std::uint16_t data_id_ = kNoId;
+
+ public:
+  std::uint32_t time_stamp = 0;  // milliseconds of the recorder's clock
+
+ private:
   std::uint32_t size_ = 0;
   std::uint8_t* payload_ = nullptr;  // in one of the two below
   Memory::MemBlock large_;

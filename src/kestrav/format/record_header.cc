@@ -3,9 +3,16 @@
 #include "kestrav/format/checksum.h"
 
 namespace kestrav {
+
 bool BinaryLogRecordHeader::InitAndSerialize(Memory::MemBlock& block, const LogMessage& message,
                                              std::uint32_t recordIndex) {
-  Init(message, recordIndex, ComputeChecksum(message.GetDataPointer(), message.GetDataSize()));
+  reserved = 0;
+  record_index = recordIndex;
+  client_id = message.GetClientID();
+  data_id = message.GetDataID();
+  time_stamp = message.time_stamp;
+  payload_size = message.GetDataSize();
+  Seal(ComputeChecksum(message.GetDataPointer(), payload_size));
   if (block.Size() < kRecordHeaderSize && !block.Resize(kRecordHeaderSize)) return false;
   Serialize(block.Data(), 0);
   return true;

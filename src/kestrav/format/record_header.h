@@ -30,8 +30,8 @@ class KESTRAV_API BinaryLogRecordHeader {
   [[nodiscard]] bool InitAndSerialize(Memory::MemBlock& block, const LogMessage& message,
                                       std::uint32_t recordIndex);
 
-  // Takes the fields from `message`, whose payload has this checksum.
-  void Init(const LogMessage& message, std::uint32_t recordIndex, std::uint8_t payloadChecksum);
+  // Sets the marker and the checksums when all else is set.
+  void Seal(std::uint8_t payloadChecksum);
   // Writes 20 bytes, each XORed with `key`.
   void Serialize(std::uint8_t* out, std::uint8_t key) const;
 
@@ -54,13 +54,13 @@ class KESTRAV_API BinaryLogRecordHeader {
  private:
   // The bytes as the little-endian words that they are read and written in.
   struct Words {
-    std::uint32_t first;  // marker, header checksum, payload checksum, reserved
-    std::uint64_t index_and_ids;
-    std::uint64_t time_and_size;
+    std::uint64_t start_and_index;  // marker, both checksums, reserved; record index
+    std::uint64_t ids_and_time;
+    std::uint32_t size;
 
     // Over bytes 2 to 19.
     std::uint8_t Checksum() const {
-      return wide::Fold(index_and_ids ^ time_and_size ^ (first >> 16));
+      return wide::Fold(start_and_index >> 16 ^ ids_and_time ^ size);
     }
   };
 
@@ -70,50 +70,43 @@ class KESTRAV_API BinaryLogRecordHeader {
 // The rest stands here to be inlined: every record goes through it.
 
 inline BinaryLogRecordHeader::Words BinaryLogRecordHeader::ToWords() const {
-  return {
-      std::uint32_t{marker} | std::uint32_t{header_checksum} << 8 |
-          std::uint32_t{payload_checksum} << 16 | std::uint32_t{reserved} << 24,
-      std::uint64_t{record_index} | std::uint64_t{client_id} << 32 | std::uint64_t{data_id} << 48,
-      std::uint64_t{time_stamp} | std::uint64_t{payload_size} << 32};
+  return {std::uint64_t{marker} | std::uint64_t{header_checksum} << 8 |
+              std::uint64_t{payload_checksum} << 16 | std::uint64_t{reserved} << 24 |
+              std::uint64_t{record_index} << 32,
+          std::uint64_t{client_id} | std::uint64_t{data_id} << 16 | std::uint64_t{time_stamp} << 32,
+          payload_size};
 }
 
-inline void BinaryLogRecordHeader::Init(const LogMessage& message, std::uint32_t recordIndex,
-                                        std::uint8_t payloadChecksum) {
+inline void BinaryLogRecordHeader::Seal(std::uint8_t payloadChecksum) {
   marker = kRecordMarker;
   payload_checksum = payloadChecksum;
-  reserved = 0;
-  record_index = recordIndex;
-  client_id = message.GetClientID();
-  data_id = message.GetDataID();
-  time_stamp = message.time_stamp;
-  payload_size = message.GetDataSize();
   header_checksum = ToWords().Checksum();
 }
 
 inline void BinaryLogRecordHeader::Serialize(std::uint8_t* out, std::uint8_t key) const {
   const Words words = ToWords();
   const std::uint64_t wide_key = wide::Repeat(key);
-  Memory::PutLittleEndian(out, words.first ^ static_cast<std::uint32_t>(wide_key));
-  Memory::PutLittleEndian(out + 4, words.index_and_ids ^ wide_key);
-  Memory::PutLittleEndian(out + 12, words.time_and_size ^ wide_key);
+  Memory::PutLittleEndian(out, words.start_and_index ^ wide_key);
+  Memory::PutLittleEndian(out + 8, words.ids_and_time ^ wide_key);
+  Memory::PutLittleEndian(out + 16, words.size ^ static_cast<std::uint32_t>(wide_key));
 }
 
 inline bool BinaryLogRecordHeader::ReadData(const std::uint8_t* bytes, std::uint8_t key) {
   const std::uint64_t wide_key = wide::Repeat(key);
   Words words;
-  words.first =
-      Memory::GetLittleEndian<std::uint32_t>(bytes) ^ static_cast<std::uint32_t>(wide_key);
-  words.index_and_ids = Memory::GetLittleEndian<std::uint64_t>(bytes + 4) ^ wide_key;
-  words.time_and_size = Memory::GetLittleEndian<std::uint64_t>(bytes + 12) ^ wide_key;
-  marker = static_cast<std::uint8_t>(words.first);
-  header_checksum = static_cast<std::uint8_t>(words.first >> 8);
-  payload_checksum = static_cast<std::uint8_t>(words.first >> 16);
-  reserved = static_cast<std::uint8_t>(words.first >> 24);
-  record_index = static_cast<std::uint32_t>(words.index_and_ids);
-  client_id = static_cast<std::uint16_t>(words.index_and_ids >> 32);
-  data_id = static_cast<std::uint16_t>(words.index_and_ids >> 48);
-  time_stamp = static_cast<std::uint32_t>(words.time_and_size);
-  payload_size = static_cast<std::uint32_t>(words.time_and_size >> 32);
+  words.start_and_index = Memory::GetLittleEndian<std::uint64_t>(bytes) ^ wide_key;
+  words.ids_and_time = Memory::GetLittleEndian<std::uint64_t>(bytes + 8) ^ wide_key;
+  words.size =
+      Memory::GetLittleEndian<std::uint32_t>(bytes + 16) ^ static_cast<std::uint32_t>(wide_key);
+  marker = static_cast<std::uint8_t>(words.start_and_index);
+  header_checksum = static_cast<std::uint8_t>(words.start_and_index >> 8);
+  payload_checksum = static_cast<std::uint8_t>(words.start_and_index >> 16);
+  reserved = static_cast<std::uint8_t>(words.start_and_index >> 24);
+  record_index = static_cast<std::uint32_t>(words.start_and_index >> 32);
+  client_id = static_cast<std::uint16_t>(words.ids_and_time);
+  data_id = static_cast<std::uint16_t>(words.ids_and_time >> 16);
+  time_stamp = static_cast<std::uint32_t>(words.ids_and_time >> 32);
+  payload_size = words.size;
   return marker == kRecordMarker && header_checksum == words.Checksum();
 }
 

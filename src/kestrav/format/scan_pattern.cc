@@ -31,10 +31,11 @@ std::uint64_t EqualBytes(wide::Bytes a, wide::Bytes b) {
 #endif
 }
 
-// Whether a valid header stands at `bytes`, each byte of it XORed with `key`. The sum of 18 bytes
-// has the key in it 18 times, which is not at all.
+bool IsMarker(std::uint8_t byte, std::uint8_t key) { return byte == (kRecordMarker ^ key); }
+
+// Whether the marker at `bytes` begins a valid header, each byte of it XORed with `key`. The sum of
+// 18 bytes has the key in it 18 times, which is not at all.
 bool IsHeader(const std::uint8_t* bytes, std::uint8_t key) {
-  if (bytes[0] != (kRecordMarker ^ key)) return false;
   const std::uint64_t sum = Memory::GetLittleEndian<std::uint64_t>(bytes + 12) ^
                             Memory::GetLittleEndian<std::uint64_t>(bytes + 4) ^
                             Memory::GetLittleEndian<std::uint16_t>(bytes + 2);
@@ -62,14 +63,16 @@ std::uint32_t ScanPattern::FirstMarker(const std::uint8_t* block) const {
 
 bool ScanPattern::Find(std::span<const std::uint8_t> bytes, std::uint32_t& at) const {
   while (bytes.size() - at >= kScanBlockSize) {
-    const std::uint32_t marker = FirstMarker(bytes.data() + at);
+    const std::uint8_t* const block = bytes.data() + at;
+    // Looked at first for the sake of bytes that are full of markers.
+    const std::uint32_t marker = IsMarker(block[0], key_) ? 0 : FirstMarker(block);
     if (marker == kScanBlockSize) {
       at += kScanBlockSize;
       continue;
     }
     if (bytes.size() - at < marker + kRecordHeaderSize) return false;
     at += marker;
-    if (IsHeader(bytes.data() + at, key_)) return true;
+    if (IsMarker(bytes[at], key_) && IsHeader(bytes.data() + at, key_)) return true;
     ++at;
   }
   return false;

@@ -1,6 +1,7 @@
 #ifndef KESTRAV_FORMAT_XOR_COPY_H_
 #define KESTRAV_FORMAT_XOR_COPY_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -37,12 +38,12 @@ inline std::uint8_t Fold(std::uint64_t word) {
 // Hands `size` bytes from `in`, each XORed with `key`, to `put(offset, value)` in pieces of 16, 8
 // or 1 bytes and returns the XOR of the bytes as they stand in `in`.
 template <class Put>
-[[gnu::always_inline]] inline std::uint8_t XorEach(const std::uint8_t* in, std::uint32_t size,
+[[gnu::always_inline]] inline std::uint8_t XorEach(const std::uint8_t* in, std::size_t size,
                                                    std::uint8_t key, Put put) {
   const std::uint64_t word_key = wide::Repeat(key);
   const wide::Vector vector_key = {word_key, word_key};
   wide::Vector sum = {};
-  std::uint32_t at = 0;
+  std::size_t at = 0;
   if (size >= 64) {
     // Four sums, so that one step need not wait for the one before; written out, since the compiler
     // does not unroll loops by itself here.
@@ -87,16 +88,16 @@ template <class Put>
 
 // Copies `size` bytes, each XORed with `key`, and returns the XOR of the bytes before. The two
 // ranges are the same or do not overlap.
-inline std::uint8_t XorCopy(std::uint8_t* out, const std::uint8_t* in, std::uint32_t size,
+inline std::uint8_t XorCopy(std::uint8_t* out, const std::uint8_t* in, std::size_t size,
                             std::uint8_t key) {
-  return XorEach(in, size, key, [out](std::uint32_t at, auto bytes) {
+  return XorEach(in, size, key, [out](std::size_t at, auto bytes) {
     std::memcpy(out + at, &bytes, sizeof(bytes));
   });
 }
 
 // The XOR of all bytes.
-inline std::uint8_t XorSum(const std::uint8_t* in, std::uint32_t size) {
-  return XorEach(in, size, 0, [](std::uint32_t, auto) {});
+inline std::uint8_t XorSum(const std::uint8_t* in, std::size_t size) {
+  return XorEach(in, size, 0, [](std::size_t, auto) {});
 }
 
 }  // namespace kestrav

@@ -68,6 +68,8 @@ class KESTRAV_API IOutputStream {
   std::uint8_t* Reserve(std::uint32_t size) {
     return size <= RoomSize() || MakeRoom(size) ? room_ : nullptr;
   }
+  // The same without making room. Null: there is too little of it now.
+  std::uint8_t* Room(std::uint32_t size) const { return size <= RoomSize() ? room_ : nullptr; }
   void Commit(std::uint32_t size) { room_ += size; }
 
   // Sets the position, counted from the start. false: it lies beyond the end, or what is buffered
@@ -85,6 +87,7 @@ class KESTRAV_API IOutputStream {
     room_ = begin;
     room_end_ = end;
   }
+
   // What `Commit` has left of it.
   std::size_t RoomSize() const { return static_cast<std::size_t>(room_end_ - room_); }
 
