@@ -19,13 +19,12 @@ constexpr std::uint64_t kDictionaryPeriodUs = 10'000'000;
 constexpr std::chrono::microseconds kBusyPeriod{500};
 constexpr std::chrono::microseconds kNap{100};
 
-// Empty: it is no `LogMessage`, or there is none. To ask for the very type is quicker than a cast.
-SmartPtr::Ptr<LogMessage> AsLogMessage(const SmartPtr::Ptr<ILogMessage>& message) {
-  const ILogMessage* const object = message.get();
-  if (object != nullptr && typeid(*object) == typeid(LogMessage)) {
-    return std::static_pointer_cast<LogMessage>(message);
+// Null: it is no `LogMessage`, or there is none. To ask for the very type is quicker than a cast.
+LogMessage* AsLogMessage(ILogMessage* message) {
+  if (message != nullptr && typeid(*message) == typeid(LogMessage)) {
+    return static_cast<LogMessage*>(message);
   }
-  return std::dynamic_pointer_cast<LogMessage>(message);
+  return dynamic_cast<LogMessage*>(message);
 }
 
 }  // namespace
@@ -66,23 +65,21 @@ bool BinaryLogger::StopLoggingThread() {
   return true;
 }
 
-bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
-  if (status_ == LoggingOff) return false;
-  SmartPtr::Ptr<LogMessage> log_message = AsLogMessage(message);
-  return log_message && AddMessageToList(std::move(log_message));
-}
-
 // The clock is read under the queue lock, so queue order is time order. The status is looked at
 // again under it: the last flush of a recording takes the lock after the status became off, so a
 // message is in that flush or refused. The stream is never touched here: a slow disk cannot hold up
 // a client.
-bool BinaryLogger::AddMessageToList(SmartPtr::Ptr<LogMessage> message) {
+bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
+  if (status_ == LoggingOff) return false;
+  LogMessage* const log_message = AsLogMessage(message.get());
+  if (log_message == nullptr) return false;
+  SmartPtr::Ptr<LogMessage> queued(message, log_message);
   {
     Lock lock(queue_lock_);
     std::uint32_t now_ms = 0;
     if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
-    message->time_stamp = now_ms;
-    if (!queue_.Push(std::move(message))) return false;
+    log_message->time_stamp = now_ms;
+    if (!queue_.Push(std::move(queued))) return false;
   }
   data_event_.Set();
   return true;

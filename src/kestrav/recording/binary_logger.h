@@ -70,7 +70,6 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
  private:
   bool StartLoggingThread(Thread::ThreadModule& owner, const String& threadName)
       REQUIRES(state_lock_);
-  bool AddMessageToList(SmartPtr::Ptr<LogMessage> message);
   void FlushData();
   void FlushAllData() REQUIRES(state_lock_);
   void WriteAll(MessageQueue& queue);

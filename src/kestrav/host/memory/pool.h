@@ -7,7 +7,6 @@
 
 #include "kestrav/host/api.h"
 #include "kestrav/host/memory/ptr.h"
-#include "kestrav/host/memory/try.h"
 
 namespace kestrav::Memory {
 
@@ -19,9 +18,7 @@ namespace kestrav::Memory {
 // recorder does with every message.
 class KESTRAV_API BlockPool {
  public:
-  static constexpr std::size_t kBlockBytes = 176;
-  // A line of the cache: what a block shares with no other travels between processors alone.
-  static constexpr std::size_t kAlignment = 64;
+  static constexpr std::size_t kBlockBytes = 192;
 
   // Null: memory is short.
   static void* Take() noexcept;
@@ -38,7 +35,7 @@ struct PoolAllocator {
   explicit PoolAllocator(const PoolAllocator<Other>&) {}
 
   T* allocate(std::size_t) {
-    static_assert(sizeof(T) <= BlockPool::kBlockBytes && alignof(T) <= BlockPool::kAlignment);
+    static_assert(sizeof(T) <= BlockPool::kBlockBytes && alignof(T) <= alignof(std::max_align_t));
     void* const block = BlockPool::Take();
     if (block == nullptr) throw std::bad_alloc();
     return static_cast<T*>(block);
@@ -51,9 +48,11 @@ struct PoolAllocator {
 // A new shared T in memory of the pool, or an empty pointer when memory is short.
 template <class T>
 [[nodiscard]] SmartPtr::Ptr<T> MakePooled() noexcept {
-  SmartPtr::Ptr<T> result;
-  if (!Try([&] { result = std::allocate_shared<T>(PoolAllocator<T>()); })) result.reset();
-  return result;
+  try {
+    return std::allocate_shared<T>(PoolAllocator<T>());
+  } catch (...) {
+    return {};
+  }
 }
 
 }  // namespace kestrav::Memory
