@@ -75,7 +75,7 @@ bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
   if (log_message == nullptr) return false;
   SmartPtr::Ptr<LogMessage> queued(message, log_message);
   {
-    Lock lock(queue_lock_);
+    Thread::ScopedLock lock(queue_lock_);
     std::uint32_t now_ms = 0;
     if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
     log_message->time_stamp = now_ms;
@@ -94,7 +94,7 @@ void BinaryLogger::WriteAll(MessageQueue& queue) {
 
 // One batch a call: the thread looks at its quit event in between, however busy the clients are.
 void BinaryLogger::FlushData() {
-  Lock lock(queue_lock_);
+  Thread::ScopedLock lock(queue_lock_);
   writing_.Swap(queue_);
   lock.Unlock();
   WriteAll(writing_);
@@ -118,7 +118,7 @@ void BinaryLogger::LetMessagesGather() {
 
 // Held throughout, so that no message is taken between the last record and the final header.
 void BinaryLogger::FlushAllData() {
-  Lock lock(queue_lock_);
+  Thread::ScopedLock lock(queue_lock_);
   WriteAll(queue_);
 }
 
@@ -198,7 +198,7 @@ bool BinaryLogger::StartBinaryLogging() {
   status_ = LoggingOff;
   dictionary_.clear();
   // There is no log for what was queued meanwhile, and the next one is not its place.
-  Lock queue_lock(queue_lock_);
+  Thread::ScopedLock queue_lock(queue_lock_);
   queue_.Clear();
   return false;
 }

@@ -94,7 +94,7 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   InfoClientImpl* info_client_ GUARDED_BY(state_lock_) = nullptr;
   Dictionary dictionary_ GUARDED_BY(state_lock_);  // as it was when the log started
 
-  Thread::Mutex queue_lock_;
+  Thread::BriefMutex queue_lock_;
   MessageQueue queue_ GUARDED_BY(queue_lock_);
   MessageQueue writing_;  // the thread's own: what it took from the queue
 

@@ -56,7 +56,7 @@ TEST(BlockPool, TakesWhatAnotherThreadGaveBack) {
   std::size_t same = 0;
   const std::vector<void*> again = TakeMany(1000);
   for (void* const block : again) same += std::count(blocks.begin(), blocks.end(), block) > 0;
-  EXPECT_GE(same, 700U);  // what did not make a whole batch ended with the thread
+  EXPECT_GE(same, 700U);  // what was left of a batch that this thread had begun comes first
   GiveAll(again);
 }
 

@@ -8,9 +8,7 @@
 namespace kestrav::Memory {
 namespace {
 
-constexpr std::uint32_t kBatch = 64;
-// What is kept for later: 12 MiB. The rest of a burst goes back to the system's allocator.
-constexpr std::uint32_t kMaxBatches = 1024;
+constexpr std::uint32_t kBatch = 256;
 
 // The address sanitizer sees what is used after it was given back only if it is really given back.
 #if defined(__SANITIZE_ADDRESS__)
@@ -42,22 +40,14 @@ class Depot {
   // Null: there is none.
   Block* TakeBatch() {
     const std::lock_guard lock(mutex_);
-    Block* const batch = batches_;
-    if (batch != nullptr) {
-      batches_ = batch->next_batch;
-      --count_;
-    }
-    return batch;
+    return batches_ != nullptr ? std::exchange(batches_, batches_->next_batch) : nullptr;
   }
 
-  // false: there is enough.
-  bool GiveBatch(Block* batch) {
+  void GiveBatch(Block* batch) {
+    if (batch == nullptr) return;
     const std::lock_guard lock(mutex_);
-    if (count_ == kMaxBatches) return false;
     batch->next_batch = batches_;
     batches_ = batch;
-    ++count_;
-    return true;
   }
 
  private:
@@ -68,11 +58,16 @@ class Depot {
 
   std::mutex mutex_;
   Block* batches_ = nullptr;
-  std::uint32_t count_ = 0;
 };
 
-void Free(Block* blocks) {
-  while (blocks != nullptr) ::operator delete(std::exchange(blocks, blocks->next));
+// A batch at once: block by block the system's allocator would ask for a page at a time.
+Block* NewBatch() {
+  constexpr std::size_t kBytes = BlockPool::kBlockBytes;
+  auto* const memory = static_cast<std::byte*>(::operator new(kBatch* kBytes, std::nothrow));
+  if (memory == nullptr) return nullptr;
+  Block* batch = nullptr;
+  for (std::size_t i = kBatch; i-- > 0;) batch = new (memory + i * kBytes) Block{batch, nullptr};
+  return batch;
 }
 
 // One thread's own blocks: a batch that is taken from and given to, and a full one, so that a
@@ -89,12 +84,12 @@ struct Cache {
 // The model of a library that is loaded with its program: an address instead of a call.
 constinit thread_local Cache cache __attribute__((tls_model("initial-exec"))) = {};
 
-// Lets go of the thread's blocks at its end.
+// Lets go of the thread's blocks at its end. A batch may be short: it is used up the sooner.
 struct Watch {
   ~Watch() {
     cache.is_closed = true;
-    Free(std::exchange(cache.open, nullptr));
-    Free(std::exchange(cache.full, nullptr));
+    Depot::Get().GiveBatch(std::exchange(cache.open, nullptr));
+    Depot::Get().GiveBatch(std::exchange(cache.full, nullptr));
     cache.open_count = 0;
   }
 };
@@ -106,11 +101,15 @@ void WatchThisThread() {
 }
 
 void* TakeFromOthers() {
-  if (cache.is_closed) return ::operator new(BlockPool::kBlockBytes, std::nothrow);
-  if (!cache.is_watched) WatchThisThread();
-  Block* const batch =
-      cache.full != nullptr ? std::exchange(cache.full, nullptr) : Depot::Get().TakeBatch();
-  if (batch == nullptr) return ::operator new(BlockPool::kBlockBytes, std::nothrow);
+  if (!cache.is_closed && !cache.is_watched) WatchThisThread();
+  Block* batch = std::exchange(cache.full, nullptr);
+  if (batch == nullptr) batch = Depot::Get().TakeBatch();
+  if (batch == nullptr) batch = NewBatch();
+  if (batch == nullptr) return nullptr;
+  if (cache.is_closed) {
+    Depot::Get().GiveBatch(batch->next);
+    return batch;
+  }
   cache.open = batch->next;
   cache.open_count = kBatch - 1;
   return batch;
@@ -121,7 +120,7 @@ bool PassOn() {
   if (cache.is_closed) return false;
   if (!cache.is_watched) WatchThisThread();
   if (cache.open_count < kBatch) return true;
-  if (cache.full != nullptr && !Depot::Get().GiveBatch(cache.full)) Free(cache.full);
+  Depot::Get().GiveBatch(cache.full);
   cache.full = std::exchange(cache.open, nullptr);
   cache.open_count = 0;
   return true;
@@ -145,7 +144,7 @@ void* BlockPool::Take() noexcept {
 void BlockPool::Give(void* memory) noexcept {
   if (kGivesBackAtOnce) return ::operator delete(memory);
   if ((cache.open_count == kBatch || !cache.is_watched || cache.is_closed) && !PassOn()) {
-    ::operator delete(memory);
+    Depot::Get().GiveBatch(new (memory) Block{nullptr, nullptr});
     return;
   }
   cache.open = new (memory) Block{cache.open, nullptr};

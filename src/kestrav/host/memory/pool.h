@@ -12,13 +12,14 @@ namespace kestrav::Memory {
 
 // Blocks of one size that many threads take and others give back. Each thread keeps some of its
 // own; between threads they travel by the batch, so that the lock in the middle is rarely taken.
-// Any thread may call any operation, but nobody in a child that was forked off while others ran.
+// The memory of the largest burst stays with the pool, for the next one. Any thread may call any
+// operation, but nobody in a child that was forked off while others ran.
 //
 // Freeing what another thread allocated is the dear part of a general allocator, and it is what a
 // recorder does with every message.
 class KESTRAV_API BlockPool {
  public:
-  static constexpr std::size_t kBlockBytes = 192;
+  static constexpr std::size_t kBlockBytes = 160;
 
   // Null: memory is short.
   static void* Take() noexcept;
