@@ -83,6 +83,25 @@ ResultCode BinaryDecoder::ReadLogRecordHeader(BinaryLogRecordHeader& header, std
   return header.ReadData(bytes.data(), header_crypter_.RecordKey(index)) ? kSuccess : kDamaged;
 }
 
+// The message is filled only when the checksum, of plain bytes, is right.
+[[gnu::always_inline]] inline bool BinaryDecoder::TakePayload(LogMessage& message,
+                                                              const BinaryLogRecordHeader& header,
+                                                              const std::uint8_t* bytes,
+                                                              std::uint8_t key) {
+  const std::uint32_t size = header.payload_size;
+  if (size > LogMessage::kInlineBytes) {
+    return payload_.Resize(size) &&
+           PlainSum(XorCopy(payload_.Data(), bytes, size, key), size, key) ==
+               header.payload_checksum &&
+           message.Adopt(header.client_id, header.data_id, payload_, header.time_stamp);
+  }
+  if (PlainSum(XorSum(bytes, size), size, key) != header.payload_checksum) return false;
+  std::uint8_t* const out =
+      message.Prepare(header.client_id, header.data_id, size, header.time_stamp);
+  if (out != nullptr) static_cast<void>(XorCopy(out, bytes, size, key));
+  return out != nullptr;
+}
+
 BinaryDecoder::Taken BinaryDecoder::TakeRecord(LogMessage& message, const ClientIdSet* selection) {
   constexpr std::uint32_t kReadAhead = 4096;  // the processor does not foresee it by itself
   if (!IsStreamValid()) return Taken::kNo;
@@ -104,23 +123,6 @@ BinaryDecoder::Taken BinaryDecoder::TakeRecord(LogMessage& message, const Client
   Stream()->Advance(record_size);
   expected_index_ = header.record_index + 1;
   return wanted ? Taken::kMessage : Taken::kNotSelected;
-}
-
-// The message is filled only when the checksum, of plain bytes, is right.
-bool BinaryDecoder::TakePayload(LogMessage& message, const BinaryLogRecordHeader& header,
-                                const std::uint8_t* bytes, std::uint8_t key) {
-  const std::uint32_t size = header.payload_size;
-  if (size > LogMessage::kInlineBytes) {
-    return payload_.Resize(size) &&
-           PlainSum(XorCopy(payload_.Data(), bytes, size, key), size, key) ==
-               header.payload_checksum &&
-           message.Adopt(header.client_id, header.data_id, payload_, header.time_stamp);
-  }
-  if (PlainSum(XorSum(bytes, size), size, key) != header.payload_checksum) return false;
-  std::uint8_t* const out =
-      message.Prepare(header.client_id, header.data_id, size, header.time_stamp);
-  if (out != nullptr) static_cast<void>(XorCopy(out, bytes, size, key));
-  return out != nullptr;
 }
 
 ResultCode BinaryDecoder::ReadRecordData(Memory::MemBlock& block, std::uint32_t size,
