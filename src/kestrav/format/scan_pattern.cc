@@ -70,6 +70,12 @@ bool ScanPattern::Find(std::span<const std::uint8_t> bytes, std::uint32_t& at) c
       at += kScanBlockSize;
       continue;
     }
+    // The first plain marker behind scrambled bytes is no header. It has a branch of its own, which
+    // the processor foresees where all bytes are markers.
+    if (marker == kRecordHeaderSize && key_ != 0) {
+      at += kRecordHeaderSize + 1;
+      continue;
+    }
     if (bytes.size() - at < marker + kRecordHeaderSize) return false;
     at += marker;
     if (IsMarker(bytes[at], key_) && IsHeader(bytes.data() + at, key_)) return true;

@@ -15,6 +15,8 @@ namespace kestrav {
 // costs memory, and gives the blocks back when they are empty. For one thread at a time.
 class MessageQueue {
  public:
+  static constexpr std::uint32_t kBlockMessages = 1022;  // a block is 16 KiB
+
   MessageQueue() = default;
   MessageQueue(const MessageQueue&) = delete;
   MessageQueue& operator=(const MessageQueue&) = delete;
@@ -57,8 +59,6 @@ class MessageQueue {
   }
 
  private:
-  static constexpr std::uint32_t kBlockMessages = 254;  // a block is 4 KiB
-
   static constexpr std::uint32_t kAhead = 4;
 
   // The fields of a message and the start of a small payload, which recording scrambles.

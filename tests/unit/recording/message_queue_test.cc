@@ -25,7 +25,8 @@ std::vector<std::uint32_t> Drained(MessageQueue& queue) {
 
 TEST(MessageQueue, KeepsTheOrderOverManyBlocks) {
   MessageQueue queue;
-  for (std::uint32_t count : {1U, 254U, 255U, 5000U}) {
+  for (std::uint32_t count :
+       {1U, MessageQueue::kBlockMessages, MessageQueue::kBlockMessages + 1, 20'000U}) {
     for (std::uint32_t i = 0; i < count; ++i) ASSERT_TRUE(queue.Push(Numbered(i)));
     const std::vector<std::uint32_t> numbers = Drained(queue);
     ASSERT_EQ(numbers.size(), count);
@@ -59,14 +60,15 @@ TEST(MessageQueue, ClearsAndSwaps) {
 
 TEST(MessageQueue, ShortOfMemoryRefusesAMessageAndKeepsTheOthers) {
   MessageQueue queue;
-  for (std::uint32_t i = 0; i < 254; ++i) ASSERT_TRUE(queue.Push(Numbered(i)));
-  SmartPtr::Ptr<LogMessage> message = Numbered(254);
+  for (std::uint32_t i = 0; i < MessageQueue::kBlockMessages; ++i)
+    ASSERT_TRUE(queue.Push(Numbered(i)));
+  SmartPtr::Ptr<LogMessage> message = Numbered(MessageQueue::kBlockMessages);
   bool pushed = true;
   EXPECT_TRUE(RanShort(0, [&] { pushed = queue.Push(std::move(message)); }));
   EXPECT_FALSE(pushed);
   ASSERT_TRUE(message);
   EXPECT_TRUE(queue.Push(std::move(message)));
-  EXPECT_EQ(Drained(queue).size(), 255U);
+  EXPECT_EQ(Drained(queue).size(), MessageQueue::kBlockMessages + 1);
 }
 
 TEST(MessageQueue, NeedsNoMemoryForABlockThatWasDrained) {
