@@ -116,10 +116,12 @@ void BinaryLogger::LetMessagesGather() {
   if (busy && !QuitEvent().IsSet()) std::this_thread::sleep_for(kNap);
 }
 
-// Held throughout, so that no message is taken between the last record and the final header.
+// The status is off: who asks for the queue lock from now on finds that and is refused.
 void BinaryLogger::FlushAllData() {
   Thread::ScopedLock lock(queue_lock_);
-  WriteAll(queue_);
+  writing_.Swap(queue_);
+  lock.Unlock();
+  WriteAll(writing_);
 }
 
 void BinaryLogger::EnableEncryption(bool enable) {
