@@ -12,6 +12,7 @@
 #include "kestrav/host/text/string.h"
 #include "log_file.h"
 #include "os.h"
+#include "text.h"
 
 namespace kestrav::tool {
 
@@ -91,6 +92,10 @@ void LogRecorder::CheckWrites() const {
 void LogRecorder::Finish() {
   if (engine_.StopLogging()) WaitUntilFinished();
   const bool closed = stream_->Close();
+  if (const LoggingCounters counters = Counters(); counters.Dropped() > 0) {
+    Fail((stream_->Error() != 0 ? ErrorText(stream_->Error()) : "memory is short") + "; " +
+         Counted(counters.Dropped(), "record is", "records are") + " missing");
+  }
   CheckWrites();
   if (!closed) Fail("not everything could be written");
   CheckFile();

@@ -38,6 +38,7 @@ class LogRecorder {
   // Finishes the log, closes the file and makes sure that everything is in it.
   void Finish();
 
+  LoggingCounters Counters() const { return engine_.GetLoggingCounters(); }
   std::uint64_t Records() const { return records_; }
   std::uint64_t PayloadBytes() const { return payload_bytes_; }
 

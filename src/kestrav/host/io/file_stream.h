@@ -99,6 +99,8 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   [[nodiscard]] bool Seek(std::uint32_t position) override;
   std::uint32_t Position() const override { return buffer_start_ + Buffered(); }
   bool Flush() override;
+  std::uint32_t Unflushed() const override { return Buffered(); }
+  void DropUnflushed() override { StartBuffer(buffer_start_); }
 
  protected:
   [[nodiscard]] bool MakeRoom(std::uint32_t size) override;

@@ -81,6 +81,13 @@ class KESTRAV_API IOutputStream {
   // Hands what is buffered to the system. false: some of it is still buffered.
   virtual bool Flush() { return true; }
 
+  // Bytes that were taken and not yet handed to the system.
+  virtual std::uint32_t Unflushed() const { return 0; }
+
+  // Gives up what is not yet handed to the system: it will not be offered again, and the position
+  // goes back to where it began.
+  virtual void DropUnflushed() {}
+
  protected:
   // Where `Reserve` gives room from now on. A stream that gives none need not call it.
   void SetRoom(std::uint8_t* begin, std::uint8_t* end) {
