@@ -81,11 +81,10 @@ class KESTRAV_API IOutputStream {
   // Hands what is buffered to the system. false: some of it is still buffered.
   virtual bool Flush() { return true; }
 
-  // Bytes that were taken and not yet handed to the system.
+  // Bytes that were taken but not yet handed to the system.
   virtual std::uint32_t Unflushed() const { return 0; }
 
-  // Gives up what is not yet handed to the system: it will not be offered again, and the position
-  // goes back to where it began.
+  // Gives them up: they are not offered again, and the position is where they began.
   virtual void DropUnflushed() {}
 
  protected:
