@@ -16,7 +16,7 @@ namespace kestrav::test {
 namespace {
 
 constexpr std::uint32_t kLongest = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint32_t kLargeRecord = 64 << 20;
+constexpr std::uint32_t kLargeRecord = 1 << 20;
 
 // Takes as much as 32-bit positions address and keeps nothing but the headers, each from the piece
 // of memory that all records are made in.
