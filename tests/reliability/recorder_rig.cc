@@ -48,14 +48,23 @@ bool RecorderRig::Write(std::uint32_t n) {
          engine.WriteData(message);
 }
 
-Recorded RecorderRig::Record(const SmartPtr::Ptr<Io::IOutputStream>& stream, bool scrambled) {
+Recorded RecorderRig::Begin(const SmartPtr::Ptr<Io::IOutputStream>& stream, bool scrambled) {
   Recorded recorded;
   recorded.prepared = Prepare(scrambled) && engine.SetLoggingOutputStream(stream);
   recorded.ran = recorded.prepared && Start();
+  return recorded;
+}
+
+void RecorderRig::WriteAll(Recorded& recorded) {
   for (std::uint32_t n = 0; n < kMessages; ++n) {
     if (Write(n)) recorded.accepted |= 1U << n;
     clock_.Advance(kStepMs);
   }
+}
+
+Recorded RecorderRig::Record(const SmartPtr::Ptr<Io::IOutputStream>& stream, bool scrambled) {
+  Recorded recorded = Begin(stream, scrambled);
+  WriteAll(recorded);
   recorded.stopped = engine.StopLogging();
   clock_.Settle();
   return recorded;

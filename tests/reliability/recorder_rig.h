@@ -30,6 +30,9 @@ class RecorderRig {
   // Sets up the engine, each refused step once more; may be repeated.
   bool Prepare(bool scrambled);
   // Each refused start once more, to the same stream.
+  Recorded Begin(const SmartPtr::Ptr<Io::IOutputStream>& stream, bool scrambled);
+  void WriteAll(Recorded& recorded);
+  // Begins, writes all and stops.
   Recorded Record(const SmartPtr::Ptr<Io::IOutputStream>& stream, bool scrambled);
   std::uint32_t Ticks() { return observer_.Ticks(); }
   std::vector<int> TakeNotifications() { return observer_.Take(); }

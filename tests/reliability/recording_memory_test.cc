@@ -117,6 +117,28 @@ TEST_P(RecordingShortOfMemory, LosesOnlyWhatNeededIt) {
               GetParam().scrambled ? "scrambled" : "plain", points);
 }
 
+// What was accepted while there was memory is in the log, though there is none for its end.
+TEST(EngineShortOfMemory, EndsWithAFinishedLog) {
+  const Watchdog watchdog(std::chrono::seconds(120), "the end of an engine");
+  ManualClock clock;
+  const auto stream = std::make_shared<Io::BufferedFileOutputStream>(4096);
+  const TempDir dir;
+  ASSERT_TRUE(stream->Open(Wide(dir / "log"), Io::OpenMode::kCreate));
+  auto rig = std::make_unique<RecorderRig>(*clock.operator->());
+  Recorded recorded = rig->Begin(stream, true);
+  rig->WriteAll(recorded);
+  {
+    const FailingMemory memory(0, Extent::kFromThenOn);
+    rig.reset();
+    EXPECT_TRUE(stream->Close());
+  }
+  EXPECT_EQ(recorded.accepted, kAllMessages);
+  const std::string content = FileContent(dir / "log");
+  const Bytes log(content.begin(), content.end());
+  EXPECT_EQ(MessagesIn(log), kAllMessages);
+  EXPECT_EQ(ParseLog(log).stream_length, log.size());
+}
+
 INSTANTIATE_TEST_SUITE_P(Streams, RecordingShortOfMemory,
                          testing::Values(Case{To::kFile, true}, Case{To::kUnbuffered, false}),
                          [](const auto& stream) {
