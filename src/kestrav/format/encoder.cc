@@ -209,7 +209,8 @@ void BinaryEncoder::Stop() {
   if (IsStreamValid()) {
     stream_header_.recording_duration =
         last_time_stamp_ >= start_clock_ ? 1000 * GetRecordingTimeScnds() : 0;
-    if (!Flush()) DropUnflushed();
+    // This is the last chance of what is buffered, so a disk that failed once is asked again.
+    if (!Flush() && !Flush()) DropUnflushed();
     bytes_written_ = std::max(bytes_written_, kStreamHeaderSize);
     stream_header_.stream_length = bytes_written_;
     if (SeekStream(0) && WriteStreamHeader()) {
