@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <bit>
 #include <memory>
 
 #include "support/parsed_log.h"
@@ -10,7 +11,9 @@
 namespace kestrav::test {
 namespace {
 
-constexpr std::uint32_t kStepMs = 2'500;
+constexpr std::uint32_t kBurst = 3;
+constexpr std::uint32_t kStepMs = 7'500;
+constexpr std::uint32_t kScnds = kMessages / kBurst * kStepMs / 1000;
 
 }  // namespace
 
@@ -57,8 +60,8 @@ Recorded RecorderRig::Begin(const SmartPtr::Ptr<Io::IOutputStream>& stream, bool
 
 void RecorderRig::WriteAll(Recorded& recorded) {
   for (std::uint32_t n = 0; n < kMessages; ++n) {
+    if (n % kBurst == 0) clock_.Advance(kStepMs);
     if (Write(n)) recorded.accepted |= 1U << n;
-    clock_.Advance(kStepMs);
   }
 }
 
@@ -87,18 +90,30 @@ std::uint32_t MessagesIn(const Bytes& log) {
   return found;
 }
 
+void ExpectCountersToTell(RecorderRig& rig, const Recorded& recorded, const Bytes& log) {
+  const LoggingCounters counters = rig.engine.GetLoggingCounters();
+  const std::size_t on_file = log.empty() ? 0 : ParseLog(log).records.size();
+  EXPECT_EQ(counters.accepted - counters.Dropped(), on_file);
+  if (!recorded.ran) return;
+  EXPECT_EQ(counters.written, on_file);
+  EXPECT_GE(counters.accepted, static_cast<std::uint64_t>(std::popcount(recorded.accepted)) + 2);
+  EXPECT_EQ(counters.dropped_without_log, 0u);
+}
+
 Bytes ExpectCompleteRecording(RecorderRig& rig, bool scrambled) {
   rig.TakeNotifications();
   const auto stream = std::make_shared<FixedOutputStream>(1 << 14);
   const Recorded recorded = rig.Record(stream, scrambled);
   EXPECT_TRUE(recorded.ran && recorded.stopped);
   EXPECT_EQ(recorded.accepted, kAllMessages);
-  constexpr std::uint32_t kScnds = kMessages * kStepMs / 1000;
   // The timer of a start that failed may still run, and tick at the start of this one too.
   EXPECT_THAT(rig.Ticks(), testing::AnyOf(kScnds, kScnds + 1));
   EXPECT_THAT(rig.TakeNotifications(), testing::ElementsAre(0, 1, 9));
   const Bytes log = stream->Content();
   EXPECT_EQ(MessagesIn(log), kAllMessages);
+  ExpectCountersToTell(rig, recorded, log);
+  EXPECT_EQ(rig.engine.GetLoggingCounters().Dropped(), 0u);
+  EXPECT_EQ(rig.engine.GetLoggingCounters().bytes, log.size());
   const ParsedLog parsed = ParseLog(log);
   EXPECT_EQ(parsed.stream_length, log.size());
   const auto is_dictionary = [](const ParsedRecord& record) {

@@ -21,8 +21,9 @@ struct Recorded {
   std::uint32_t accepted = 0;  // bit n: message n
 };
 
-// An engine with two clients that records all messages, 2.5 s apart, so that the dictionary is
-// repeated twice and the update timer ticks. It allocates nothing itself but the messages.
+// An engine with two clients that records all messages within 30 s, three at a time, so that
+// the dictionary is repeated three times and the update timer ticks. It allocates nothing itself
+// but the messages.
 class RecorderRig {
  public:
   explicit RecorderRig(Time::ManualSource& clock);
@@ -55,6 +56,9 @@ class RecorderRig {
 // Checks the bytes of a log: sound to its end, nothing but accepted messages in it, in order and
 // unchanged. Returns which of them are there.
 std::uint32_t MessagesIn(const Bytes& log);
+
+// What was accepted and not dropped is what stands in the log.
+void ExpectCountersToTell(RecorderRig& rig, const Recorded& recorded, const Bytes& log);
 
 // A recording without faults: complete, told of, and with all that timers do. Its bytes.
 Bytes ExpectCompleteRecording(RecorderRig& rig, bool scrambled);

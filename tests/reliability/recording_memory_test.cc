@@ -83,6 +83,7 @@ class RecordingShortOfMemory : public testing::TestWithParam<Case> {
   void ExpectDocumented(RecorderRig& rig, const Recorded& recorded, const Bytes& log,
                         std::uint32_t failed) const {
     EXPECT_EQ(rig.engine.GetLoggingStatus(), LoggingOff);
+    ExpectCountersToTell(rig, recorded, log);
     if (!recorded.ran) {
       // Nothing was taken; a start that failed late has left the provisional header at most.
       EXPECT_FALSE(recorded.stopped);
