@@ -225,10 +225,13 @@ bool BinaryLogger::StartBinaryLogging() {
   refused_ = 0;
   const bool complete = engine_ != nullptr && clients_ != nullptr && info_client_ != nullptr;
   const std::uint64_t selection = complete ? clients_->GetLoggingSelectionMap().Get().Mask() : 0;
-  if (complete && encoder_.Start(selection) && WriteFirstRecords(selection)) {
+  const bool opened = complete && encoder_.Start(selection);
+  if (opened && WriteFirstRecords(selection)) {
     status_ = LoggingRunning;
     return true;
   }
+  // The next start may be to the same stream: its header belongs over this one.
+  if (opened) static_cast<void>(encoder_.SeekStream(0));
   status_ = LoggingOff;
   dictionary_.clear();
   // There is no log for what was queued meanwhile, and the next one is not its place.
