@@ -18,6 +18,7 @@
 #include "kestrav/format/header_repair.h"
 #include "kestrav/host/io/file_stream.h"
 #include "reliability/doomed_recorder.h"
+#include "reliability/log_path.h"
 #include "support/parsed_log.h"
 
 namespace kestrav::test {
@@ -31,6 +32,8 @@ using Counts = VouchedPayload::Counts;
 
 constexpr std::size_t kWriters = VouchedPayload::kWriters;
 constexpr std::uint32_t kKills = 200;
+// A message that waits for the next one gets it after ten seconds: the repeated dictionary.
+constexpr seconds kPatience{5};
 constexpr std::uint32_t kRecordHeader = 20;
 constexpr std::size_t kStreamHeader = 128;
 
@@ -86,7 +89,7 @@ class Victim {
  private:
   template <class Condition>
   static bool WaitUntil(Condition condition) {
-    const auto end = steady_clock::now() + seconds(30);
+    const auto end = steady_clock::now() + kPatience;
     while (!condition()) {
       if (steady_clock::now() > end) return false;
       std::this_thread::sleep_for(microseconds(50));
@@ -118,9 +121,7 @@ struct Totals {
 
 class KillTest : public ::testing::Test {
  protected:
-  KillTest()
-      : name_(::testing::TempDir() + "kestrav-kill-" + std::to_string(::getpid()) + ".klog"),
-        path_(Text::FromUtf8(name_)) {}
+  KillTest() : name_(LogPath("kill")), path_(Text::FromUtf8(name_)) {}
   ~KillTest() override { std::remove(name_.c_str()); }
 
   Bytes ReadFile() const {
