@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <memory>
@@ -15,7 +16,7 @@
 #include "kestrav/engine/kestrav_impl.h"
 #include "kestrav/host/io/file_stream.h"
 #include "kestrav/host/thread/thread_module.h"
-#include "reliability/file_watch.h"
+#include "support/failing_files.h"
 #include "support/messages.h"
 #include "support/recording_client.h"
 
@@ -30,21 +31,24 @@ constexpr milliseconds kQuietPace{20};
 
 // Notes what the recorder had made records of when a write began, once the system has taken it.
 // The recording thread alone writes.
-class WriteWatch final : public FileWatch {
+class WriteWatch {
  public:
-  explicit WriteWatch(Progress& progress) : progress_(progress) {}
-
-  void OnWriteBegin() override {
-    for (std::size_t i = 0; i < made_.size(); ++i) made_[i] = progress_.writers[i].let_go;
-  }
-  void OnWriteEnd(std::uint64_t /*at*/, std::span<const std::uint8_t> written) override {
-    if (written.empty()) return;
-    for (std::size_t i = 0; i < made_.size(); ++i) progress_.writers[i].written = made_[i];
+  explicit WriteWatch(Progress& progress) : progress_(progress) {
+    files_.Watch([this](const FileAccess& access) {
+      if (access.call != FileCall::kPwrite) return;
+      for (std::size_t i = 0; i < made_.size(); ++i) made_[i] = progress_.writers[i].let_go;
+    });
+    files_.WatchResults([this](const FileAccess& access, std::int64_t result) {
+      if (access.call != FileCall::kPwrite || result < 0) return;
+      if (static_cast<std::uint64_t>(result) != access.size) return;
+      for (std::size_t i = 0; i < made_.size(); ++i) progress_.writers[i].written = made_[i];
+    });
   }
 
  private:
   Progress& progress_;
   VouchedPayload::Counts made_ = {};
+  FailingFiles files_;
 };
 
 class Writer {
@@ -117,8 +121,7 @@ SharedProgress::SharedProgress() {
 SharedProgress::~SharedProgress() { ::munmap(progress_, sizeof(Progress)); }
 
 void RecordUntilKilled(const String& path, std::uint32_t seed, bool scrambled, Progress& progress) {
-  WriteWatch watch(progress);
-  SetFileWatch(&watch);
+  const WriteWatch watch(progress);
   Thread::ThreadModule threads;
   KestravImpl engine;
   bool good = engine.Init(&threads, L"Doomed") && engine.EnableEncryption(scrambled);
@@ -128,9 +131,16 @@ void RecordUntilKilled(const String& path, std::uint32_t seed, bool scrambled, P
     good = good && engine.RegisterClient(&writers.back()->client) &&
            engine.SelectForLogging(writers.back()->client.string_id);
   }
+  // A message that stands in front of the log's start has a time before it.
+  std::atomic<bool> log_runs = false;
+  good = good && engine.notifier.Connect([&](const NotificationInfo& info) {
+    if (info.id == NotifyLoggingStarted) log_runs = true;
+    log_runs.notify_all();
+  }) != 0;
   const auto stream = std::make_shared<Io::BufferedFileOutputStream>();
   good = good && stream->Open(path, Io::OpenMode::kCreate) &&
          engine.SetLoggingOutputStream(stream) && engine.StartLogging();
+  if (good) log_runs.wait(false);
   progress.stage = good ? Progress::kRecording : Progress::kFailed;
   std::vector<std::thread> running;
   for (const auto& writer : writers) running.emplace_back([&writer] { writer->Run(); });
