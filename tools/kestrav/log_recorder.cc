@@ -28,8 +28,9 @@ class LogRecorder::Client final : public IClient {
   const String string_id_;
 };
 
-LogRecorder::LogRecorder(const std::string& path, const std::string& name, bool plain)
-    : path_(path), name_(name), stream_(std::make_shared<Io::BufferedFileOutputStream>()) {
+LogRecorder::LogRecorder(const std::string& path, const std::string& name, bool plain,
+                         const Io::FileOutputSettings& settings)
+    : path_(path), name_(name), stream_(std::make_shared<Io::BufferedFileOutputStream>(settings)) {
   if (!stream_->Open(WidePath(path), Io::OpenMode::kCreate)) {
     const bool special = stream_->Error() == static_cast<int>(std::errc::invalid_argument);
     Fail(special ? "not a regular file" : ErrorText(stream_->Error()));

@@ -22,7 +22,8 @@ class LogRecorder {
  public:
   // Creates the file `path`, or empties it; failures call it `name`. `plain`: the records are not
   // scrambled.
-  LogRecorder(const std::string& path, const std::string& name, bool plain);
+  LogRecorder(const std::string& path, const std::string& name, bool plain,
+              const Io::FileOutputSettings& settings = {});
   LogRecorder(const LogRecorder&) = delete;
   LogRecorder& operator=(const LogRecorder&) = delete;
 
