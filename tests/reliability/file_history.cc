@@ -20,26 +20,27 @@ void Copy(Bytes& target, const Bytes& source, std::size_t at, std::size_t size) 
 
 }  // namespace
 
-void FileHistory::OnWriteEnd(std::uint64_t at, std::span<const std::uint8_t> written) {
-  if (written.empty()) return;
-  const std::lock_guard lock(mutex_);
-  Add(Kind::kWrite, at, Bytes(written.begin(), written.end()));
+FileHistory::FileHistory() {
+  files_.Watch([this](const FileAccess& access) { NoteBegin(access); });
+  files_.WatchResults(
+      [this](const FileAccess& access, std::int64_t result) { NoteEnd(access, result); });
 }
 
-void FileHistory::OnTruncated(std::uint64_t size) {
-  const std::lock_guard lock(mutex_);
-  Add(Kind::kTruncate, size, {});
-}
-
-void FileHistory::OnSyncBegin() {
+void FileHistory::NoteBegin(const FileAccess& access) {
+  if (access.call != FileCall::kFdatasync) return;
   const std::lock_guard lock(mutex_);
   sync_began_ = events_.size();
   Add(Kind::kSyncBegin, 0, {});
 }
 
-void FileHistory::OnSyncEnd() {
+void FileHistory::NoteEnd(const FileAccess& access, std::int64_t result) {
+  if (result < 0) return;
   const std::lock_guard lock(mutex_);
-  Add(Kind::kSyncEnd, sync_began_, {});
+  if (access.call == FileCall::kPwrite) {
+    Add(Kind::kWrite, access.at, Bytes(access.data, access.data + result));
+  }
+  if (access.call == FileCall::kFtruncate) Add(Kind::kTruncate, access.size, {});
+  if (access.call == FileCall::kFdatasync) Add(Kind::kSyncEnd, sync_began_, {});
 }
 
 void FileHistory::Add(Kind kind, std::size_t at, Bytes bytes) {

@@ -7,7 +7,7 @@
 #include <random>
 #include <vector>
 
-#include "reliability/file_watch.h"
+#include "support/failing_files.h"
 #include "support/streams.h"
 
 namespace kestrav::test {
@@ -15,15 +15,9 @@ namespace kestrav::test {
 // What a file has gone through: the writes, truncations and syncs in their order, each with the
 // time at which it was done. From it follows what a disk may hold when the power fails at any
 // moment of it. One file at a time; any thread may write it.
-class FileHistory final : public FileWatch {
+class FileHistory {
  public:
-  FileHistory() { SetFileWatch(this); }
-  ~FileHistory() override { SetFileWatch(nullptr); }
-
-  void OnWriteEnd(std::uint64_t at, std::span<const std::uint8_t> written) override;
-  void OnTruncated(std::uint64_t size) override;
-  void OnSyncBegin() override;
-  void OnSyncEnd() override;
+  FileHistory();
 
   std::size_t Moments() const;
   // Of the last thing that was done before moment `moment`, which is above 0.
@@ -50,12 +44,15 @@ class FileHistory final : public FileWatch {
     Bytes bytes;     // kWrite alone
   };
 
+  void NoteBegin(const FileAccess& access);
+  void NoteEnd(const FileAccess& access, std::int64_t result);
   void Add(Kind kind, std::size_t at, Bytes bytes);
   void Apply(Bytes& content, std::size_t from, std::size_t to) const;
 
   mutable std::mutex mutex_;
   std::vector<Event> events_;
   std::size_t sync_began_ = 0;
+  FailingFiles files_;
 };
 
 }  // namespace kestrav::test
