@@ -8,15 +8,16 @@
 
 namespace kestrav::rescue {
 
-// Walks records that stand one behind the other with rising indices. A damaged record ends the walk
-// only when its size, as it stands or with one bit changed, does not lead to the next record: what
-// its payload holds, be it a whole log, is never looked at then.
+// Walks records that stand one behind the other with rising indices and no step back in time. A
+// damaged record ends the walk only when its size, as it stands or with one bit changed, does not
+// lead to the next record: what its payload holds, be it a whole log, is never looked at then.
 class ChainWalk {
  public:
   enum class Step : std::uint8_t {
     kRecord,
     kDamagedHeader,
     kDamagedPayload,
+    kOutOfTime,    // whole, but its time is not between those of its neighbours, which are in order
     kUnconfirmed,  // whole, but what follows it is neither a record's start nor an end; the last
                    // step
     kEnd,
@@ -44,11 +45,14 @@ class ChainWalk {
   bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, std::uint32_t& end,
                int further) const;
   bool IsConfirmed() const;
+  bool IsOutOfTime() const;
 
   const LogView& log_;
   BinaryLogRecordHeader header_;  // of the record looked at
   BinaryLogRecordHeader next_;    // and of the one behind it
   Ahead ahead_ = Ahead::kNothing;
+  bool has_time_ = false;
+  std::uint32_t time_ = 0;  // of the last record that was in time
   std::uint32_t damaged_end_ = 0;
   std::uint32_t offset_ = 0;
   std::uint32_t end_;
