@@ -21,8 +21,9 @@ void Copy(Bytes& target, const Bytes& source, std::size_t at, std::size_t size) 
 }  // namespace
 
 FileHistory::FileHistory() {
-  files_.Watch([this](const FileAccess& access) { NoteBegin(access); });
-  files_.WatchResults(
+  files_.emplace();
+  files_->Watch([this](const FileAccess& access) { NoteBegin(access); });
+  files_->WatchResults(
       [this](const FileAccess& access, std::int64_t result) { NoteEnd(access, result); });
 }
 
@@ -52,7 +53,7 @@ void FileHistory::Add(Kind kind, std::size_t at, Bytes bytes) {
 std::size_t FileHistory::Moments() const { return events_.size() + 1; }
 
 std::uint32_t FileHistory::TimeMs(std::size_t moment) const {
-  return events_.at(moment - 1).time_ms;
+  return events_.at(std::min(moment, events_.size() - 1)).time_ms;
 }
 
 void FileHistory::Apply(Bytes& content, std::size_t from, std::size_t to) const {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -19,8 +20,11 @@ class FileHistory {
  public:
   FileHistory();
 
+  // What is done to files from now on is none of it.
+  void Close() { files_.reset(); }
+
   std::size_t Moments() const;
-  // Of the last thing that was done before moment `moment`, which is above 0.
+  // How late it may have been at a moment: the time of what was done next.
   std::uint32_t TimeMs(std::size_t moment) const;
 
   // What the file held at a moment, in memory: 0 is before everything.
@@ -52,7 +56,7 @@ class FileHistory {
   mutable std::mutex mutex_;
   std::vector<Event> events_;
   std::size_t sync_began_ = 0;
-  FailingFiles files_;
+  std::optional<FailingFiles> files_;
 };
 
 }  // namespace kestrav::test
