@@ -38,9 +38,11 @@ void FileHistory::NoteEnd(const FileAccess& access, std::int64_t result) {
   if (result < 0) return;
   const std::lock_guard lock(mutex_);
   if (access.call == FileCall::kPwrite) {
-    Add(Kind::kWrite, access.at, Bytes(access.data, access.data + result));
+    Add(Kind::kWrite, static_cast<std::size_t>(access.at),
+        Bytes(access.data, access.data + result));
   }
-  if (access.call == FileCall::kFtruncate) Add(Kind::kTruncate, access.size, {});
+  if (access.call == FileCall::kFtruncate)
+    Add(Kind::kTruncate, static_cast<std::size_t>(access.size), {});
   if (access.call == FileCall::kFdatasync) Add(Kind::kSyncEnd, sync_began_, {});
 }
 
