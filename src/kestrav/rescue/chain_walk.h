@@ -42,8 +42,7 @@ class ChainWalk {
   // Looks at what stands at `end_` and is to be the record `index_`.
   void LookAhead();
   bool StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& end, int further) const;
-  bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, std::uint32_t& end,
-               int further) const;
+  bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, int further) const;
   bool IsConfirmed() const;
   bool IsOutOfTime() const;
 
