@@ -6,7 +6,7 @@
 
 #include "support/log_builder.h"
 #include "unit/format/format_test_util.h"
-#include "unit/format/reference_reader.h"
+#include "support/reference_reader.h"
 
 namespace kestrav::test {
 namespace {
