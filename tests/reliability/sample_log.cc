@@ -4,7 +4,6 @@
 #include <random>
 #include <string>
 
-#include "support/log_builder.h"
 #include "support/parsed_log.h"
 
 namespace kestrav::test {
@@ -16,30 +15,20 @@ constexpr std::size_t kRecords = 600;
 constexpr char kMarker = 0x4C;
 constexpr std::size_t kRecordsPerDictionary = 97;
 
-class Writer {
+class Recorder {
  public:
-  Writer(LogKeys keys, std::uint32_t seed, Markers markers)
-      : random_(seed), builder_(keys.header, keys.data), markers_(markers) {
-    builder_.StartClock(kStartClock).Selection(0x9008);
-  }
+  Recorder(LogKeys keys, std::uint32_t seed, Markers markers)
+      : random_(seed), writer_(keys, kStartClock), markers_(markers) {}
 
-  SampleLog Write() {
+  SampleLog Record() {
     for (std::size_t i = 0; i < kRecords; ++i) {
-      Add(i % kRecordsPerDictionary == 0 ? Dictionary() : Message());
+      writer_.Add(i % kRecordsPerDictionary == 0 ? Dictionary() : Message());
     }
-    builder_.Duration((time_ms_ - kStartClock + 500) / 1000 * 1000);
-    log_.bytes = builder_.Build();
-    return std::move(log_);
+    return writer_.Finish();
   }
 
  private:
   std::uint32_t Pick(std::uint32_t below) { return static_cast<std::uint32_t>(random_()) % below; }
-
-  void Add(const Said& said) {
-    const auto offset = static_cast<std::uint32_t>(builder_.Size());
-    builder_.Record(said.client, said.data_id, said.time_ms, said.payload);
-    log_.records.push_back({said, offset, static_cast<std::uint32_t>(builder_.Size())});
-  }
 
   Said Dictionary() {
     return {kRecorderId, kDictionaryId, ++time_ms_,
@@ -77,8 +66,7 @@ class Writer {
   }
 
   std::mt19937 random_;
-  LogBuilder builder_;
-  SampleLog log_;
+  SampleLogWriter writer_;
   const Markers markers_;
   std::size_t last_client_ = 0;
   std::uint32_t time_ms_ = kStartClock;
@@ -93,8 +81,28 @@ std::size_t SampleLog::RecordAt(std::uint32_t offset) const {
   return static_cast<std::size_t>(behind - records.begin()) - 1;
 }
 
+SampleLogWriter::SampleLogWriter(LogKeys keys, std::uint32_t start_clock)
+    : builder_(keys.header, keys.data), start_clock_(start_clock) {
+  builder_.StartClock(start_clock).Selection(0x9008);
+}
+
+void SampleLogWriter::Add(const Said& said) {
+  const auto offset = static_cast<std::uint32_t>(builder_.Size());
+  builder_.Record(said.client, said.data_id, said.time_ms, said.payload);
+  log_.records.push_back({said, offset, static_cast<std::uint32_t>(builder_.Size())});
+}
+
+SampleLog SampleLogWriter::Finish() {
+  if (!log_.records.empty()) {
+    const std::uint32_t ms = log_.records.back().said.time_ms - start_clock_;
+    builder_.Duration((ms + 500) / 1000 * 1000);
+  }
+  log_.bytes = builder_.Build();
+  return std::move(log_);
+}
+
 SampleLog MakeSampleLog(LogKeys keys, std::uint32_t seed, Markers markers) {
-  return Writer(keys, seed, markers).Write();
+  return Recorder(keys, seed, markers).Record();
 }
 
 }  // namespace kestrav::test

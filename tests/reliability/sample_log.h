@@ -5,6 +5,7 @@
 #include <ostream>
 #include <vector>
 
+#include "support/log_builder.h"
 #include "support/said.h"
 #include "support/streams.h"
 
@@ -23,7 +24,7 @@ struct LogKeys {
   }
 };
 
-// A healthy log and what it says; no two of its records say the same.
+// A healthy log and what it says.
 struct SampleLog {
   struct Record {
     Said said;
@@ -37,13 +38,30 @@ struct SampleLog {
   std::size_t RecordAt(std::uint32_t offset) const;
 };
 
+// Writes records one after the other.
+class SampleLogWriter {
+ public:
+  explicit SampleLogWriter(LogKeys keys, std::uint32_t start_clock = 0);
+
+  void Add(const Said& said);
+  // The next record takes this index, as in a log that is no recorder's.
+  void NextIndex(std::uint32_t index) { builder_.NextIndex(index); }
+  SampleLog Finish();
+
+ private:
+  LogBuilder builder_;
+  SampleLog log_;
+  const std::uint32_t start_clock_;
+};
+
 enum class Markers : std::uint8_t {
   kNone,  // the payloads hold no marker, so nothing in them passes for a header of a plain log
   kMany,  // by chance, and some payloads of nothing else
 };
 
 // 600 records: starts with a dictionary and repeats it; five clients; payloads of 1 to 600 bytes,
-// most of them short, of random bytes or of text. The same seed, the same log.
+// most of them short, of random bytes or of text. No two records say the same.
+// The same seed, the same log.
 SampleLog MakeSampleLog(LogKeys keys, std::uint32_t seed, Markers markers = Markers::kMany);
 
 }  // namespace kestrav::test

@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <iostream>
+#include <vector>
+
+#include "reliability/damage.h"
+#include "reliability/effort.h"
+#include "reliability/recovered_log.h"
+#include "reliability/sample_log.h"
+#include "support/watchdog.h"
+
+namespace kestrav::test {
+namespace {
+
+constexpr LogKeys kKeys[] = {{0, 0}, {0x35, 0xA7}, {0xFF, 0x01}, {0x80, 0}, {0, 0x4C}, {9, 9}};
+constexpr std::uint32_t kDamages = 10'000;
+
+struct Sum {
+  std::uint64_t untouched = 0;
+  std::uint64_t back = 0;     // of these
+  std::uint64_t touched = 0;  // that came back too
+  std::uint64_t invented = 0;
+
+  void Add(const std::vector<bool>& untouched_records, const RecoveryJudge::Verdict& verdict) {
+    for (std::size_t i = 0; i < untouched_records.size(); ++i) {
+      untouched += untouched_records[i] ? 1 : 0;
+      back += untouched_records[i] && verdict.back[i] ? 1 : 0;
+      touched += !untouched_records[i] && verdict.back[i] ? 1 : 0;
+    }
+    invented += verdict.invented;
+  }
+};
+
+// Every record that is back is one of the log, and the output is a clean log.
+TEST(HeavyDamage, RecoveryBringsBackWhatWasNotTouchedAndInventsNothing) {
+  const std::uint32_t damages = Effort("KESTRAV_DAMAGES", kDamages, kDamages / 10);
+  const Watchdog watchdog(std::chrono::seconds(240), "a recovery");
+  Sum sum;
+  for (std::uint32_t kind = 0; kind < std::size(kKeys); ++kind) {
+    const SampleLog log = MakeSampleLog(kKeys[kind], kind);
+    RecoveryJudge judge(log);
+    for (std::uint32_t seed = kind; seed < damages; seed += std::size(kKeys)) {
+      const DamagedCopy damaged(log, seed);
+      const RecoveryJudge::Verdict& verdict = judge.Recover(damaged.Content());
+      EXPECT_EQ(verdict.error, "") << "seed " << seed << ": " << damaged.Story();
+      EXPECT_EQ(verdict.invented, 0U) << "seed " << seed << ": " << damaged.Story();
+      sum.Add(damaged.Untouched(), verdict);
+    }
+  }
+  std::cout << "[figure] heavier damage: " << damages << " logs, recover brings back " << sum.back
+            << " of " << sum.untouched << " untouched records, " << sum.touched
+            << " touched ones, invents " << sum.invented << '\n';
+  EXPECT_GE(sum.back * 100, sum.untouched * 99);
+  EXPECT_EQ(sum.invented, 0U);
+}
+
+}  // namespace
+}  // namespace kestrav::test

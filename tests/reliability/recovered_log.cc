@@ -1,0 +1,167 @@
+#include "reliability/recovered_log.h"
+
+#include <algorithm>
+#include <cstddef>
+
+namespace kestrav::test {
+namespace {
+
+constexpr std::size_t kChecksumAt = 1;
+constexpr std::size_t kIndexAt = 4;
+constexpr std::size_t kTimeAt = 12;
+constexpr std::size_t kSizeAt = 16;
+
+void Put(Bytes& bytes, std::size_t at, std::uint32_t value, std::size_t size) {
+  for (std::size_t i = 0; i < size; ++i) {
+    bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
+  }
+}
+
+std::uint32_t Get(const Bytes& bytes, std::size_t at, std::uint8_t key = 0) {
+  std::uint32_t value = 0;
+  for (std::size_t i = 4; i-- > 0;)
+    value = value << 8 | static_cast<std::uint8_t>(bytes[at + i] ^ key);
+  return value;
+}
+
+std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
+  if (stream_key == 0) return 0;
+  const auto key = static_cast<std::uint8_t>(stream_key + index);
+  return key == 0 ? 1 : key;
+}
+
+// A record as record 0 of a plain log.
+Bytes Encode(const Said& said) {
+  Bytes bytes(kRecordHeaderBytes);
+  bytes[0] = 0x4C;
+  bytes[2] = Xor(said.payload);
+  Put(bytes, 8, said.client, 2);
+  Put(bytes, 10, said.data_id, 2);
+  Put(bytes, kTimeAt, said.time_ms, 4);
+  Put(bytes, kSizeAt, static_cast<std::uint32_t>(said.payload.size()), 4);
+  for (std::size_t i = 2; i < kRecordHeaderBytes; ++i) bytes[kChecksumAt] ^= bytes[i];
+  bytes.insert(bytes.end(), said.payload.begin(), said.payload.end());
+  return bytes;
+}
+
+}  // namespace
+
+bool ReusedOutputStream::Write(const std::uint8_t* data, std::uint32_t size) {
+  bytes_.resize(std::max<std::size_t>(bytes_.size(), position_ + size));
+  std::copy_n(data, size, bytes_.begin() + position_);
+  position_ += size;
+  return true;
+}
+
+bool ReusedOutputStream::Seek(std::uint32_t position) {
+  if (position > bytes_.size()) return false;
+  position_ = position;
+  return true;
+}
+
+void ReusedOutputStream::Clear() {
+  bytes_.clear();
+  position_ = 0;
+}
+
+RecoveryJudge::RecoveryJudge(const SampleLog& healthy) : healthy_(healthy) {
+  for (const SampleLog::Record& record : healthy.records) encoded_.push_back(Encode(record.said));
+}
+
+const RecoveryJudge::Verdict& RecoveryJudge::Recover(const Bytes& damaged) {
+  out_.Clear();
+  report_ = {};
+  verdict_.result = RecoverLog(damaged, &out_, report_);
+  verdict_.back.assign(healthy_.records.size(), false);
+  verdict_.records = 0;
+  verdict_.invented = 0;
+  verdict_.error.clear();
+  if (verdict_.result == RecoveryResult::kNothingFound) {
+    if (!out_.Content().empty()) verdict_.error = "a log of no records";
+  } else if (verdict_.result > RecoveryResult::kDamaged) {
+    verdict_.error = "no recovery";
+  } else {
+    JudgeHeader();
+    JudgeRecords();
+  }
+  return verdict_;
+}
+
+void RecoveryJudge::JudgeHeader() {
+  const Bytes& out = out_.Content();
+  if (out.size() < kStreamHeaderBytes || Get(out, 0) != 0x3A474F4C) {
+    verdict_.error = "no stream header";
+  } else if (Get(out, 16) != out.size()) {
+    verdict_.error = "a wrong length in the stream header";
+  }
+}
+
+void RecoveryJudge::JudgeRecords() {
+  std::size_t at = kStreamHeaderBytes;
+  std::uint32_t index = 0;
+  if (report_.dictionary_moved) at = BehindDictionaryCopy();
+  if (at > kStreamHeaderBytes) ++index;
+  const std::uint32_t copies = index;
+  for (std::size_t next = 0; verdict_.error.empty() && at < out_.Content().size(); ++index) {
+    std::size_t found = next;
+    while (found < encoded_.size() && !IsAt(at, index, encoded_[found])) ++found;
+    if (found == encoded_.size()) {
+      ++verdict_.invented;
+      at = EndOf(at, index);
+      continue;
+    }
+    verdict_.back[found] = true;
+    ++verdict_.records;
+    at += encoded_[found].size();
+    next = found + 1;
+  }
+  if (verdict_.error.empty() && report_.records != index - copies) {
+    verdict_.error = "a report of other records than those that were written";
+  }
+}
+
+std::size_t RecoveryJudge::BehindDictionaryCopy() {
+  const std::size_t second = EndOf(kStreamHeaderBytes, 0);
+  EndOf(second, 1);
+  if (!verdict_.error.empty()) return kStreamHeaderBytes;
+  const Bytes& out = out_.Content();
+  Said copy = healthy_.records[0].said;
+  copy.time_ms = Get(out, second + kTimeAt, RecordKey(out[10], 1));
+  if (!IsAt(kStreamHeaderBytes, 0, Encode(copy))) verdict_.error = "no dictionary in front";
+  return second;
+}
+
+// `record` is as record 0 of a plain log; the bytes at `at` are record `index` of this one.
+bool RecoveryJudge::IsAt(std::size_t at, std::uint32_t index, const Bytes& record) const {
+  const Bytes& out = out_.Content();
+  if (out.size() - at < record.size()) return false;
+  const std::uint8_t header_key = RecordKey(out[10], index);
+  const std::uint8_t data_key = RecordKey(out[11], index);
+  if (Get(out, at + kIndexAt, header_key) != index) return false;
+  std::uint8_t index_sum = 0;
+  for (std::size_t i = 0; i < 4; ++i) index_sum ^= static_cast<std::uint8_t>(index >> (8 * i));
+  std::uint8_t difference = 0;
+  for (std::size_t i = 0; i < kRecordHeaderBytes; ++i) {
+    if (i >= kIndexAt && i < kIndexAt + 4) continue;
+    const std::uint8_t plain = i == kChecksumAt ? record[i] ^ index_sum : record[i];
+    difference |= out[at + i] ^ header_key ^ plain;
+  }
+  if (difference != 0) return false;
+  for (std::size_t i = kRecordHeaderBytes; i < record.size(); ++i) {
+    difference |= out[at + i] ^ data_key ^ record[i];
+  }
+  return difference == 0;
+}
+
+std::size_t RecoveryJudge::EndOf(std::size_t at, std::uint32_t index) {
+  const Bytes& out = out_.Content();
+  const std::uint8_t key = RecordKey(out[10], index);
+  if (out.size() - at >= kRecordHeaderBytes && (out[at] ^ key) == 0x4C) {
+    const std::uint64_t end = at + kRecordHeaderBytes + std::uint64_t{Get(out, at + kSizeAt, key)};
+    if (end <= out.size()) return static_cast<std::size_t>(end);
+  }
+  verdict_.error = "no record at " + std::to_string(at);
+  return out.size();
+}
+
+}  // namespace kestrav::test
