@@ -17,7 +17,7 @@ void Put(Bytes& bytes, std::size_t at, std::uint32_t value, std::size_t size) {
   }
 }
 
-std::uint32_t Get(const Bytes& bytes, std::size_t at, std::uint8_t key = 0) {
+std::uint32_t Get(std::span<const std::uint8_t> bytes, std::size_t at, std::uint8_t key = 0) {
   std::uint32_t value = 0;
   for (std::size_t i = 4; i-- > 0;)
     value = value << 8 | static_cast<std::uint8_t>(bytes[at + i] ^ key);
@@ -69,15 +69,12 @@ RecoveryJudge::RecoveryJudge(const SampleLog& healthy) : healthy_(healthy) {
 }
 
 const RecoveryJudge::Verdict& RecoveryJudge::Recover(const Bytes& damaged) {
-  out_.Clear();
-  report_ = {};
-  verdict_.result = RecoverLog(damaged, &out_, report_);
-  verdict_.back.assign(healthy_.records.size(), false);
-  verdict_.records = 0;
-  verdict_.invented = 0;
-  verdict_.error.clear();
+  Clear();
+  stream_.Clear();
+  verdict_.result = RecoverLog(damaged, &stream_, report_);
+  out_ = stream_.Content();
   if (verdict_.result == RecoveryResult::kNothingFound) {
-    if (!out_.Content().empty()) verdict_.error = "a log of no records";
+    if (!out_.empty()) verdict_.error = "a log of no records";
   } else if (verdict_.result > RecoveryResult::kDamaged) {
     verdict_.error = "no recovery";
   } else {
@@ -87,11 +84,28 @@ const RecoveryJudge::Verdict& RecoveryJudge::Recover(const Bytes& damaged) {
   return verdict_;
 }
 
+const RecoveryJudge::Verdict& RecoveryJudge::Judge(const Bytes& out, const RecoveryReport& report) {
+  Clear();
+  verdict_.result = RecoveryResult::kDamaged;
+  report_ = report;
+  out_ = out;
+  JudgeHeader();
+  JudgeRecords();
+  return verdict_;
+}
+
+void RecoveryJudge::Clear() {
+  report_ = {};
+  verdict_.back.assign(healthy_.records.size(), false);
+  verdict_.records = 0;
+  verdict_.invented = 0;
+  verdict_.error.clear();
+}
+
 void RecoveryJudge::JudgeHeader() {
-  const Bytes& out = out_.Content();
-  if (out.size() < kStreamHeaderBytes || Get(out, 0) != 0x3A474F4C) {
+  if (out_.size() < kStreamHeaderBytes || Get(out_, 0) != 0x3A474F4C) {
     verdict_.error = "no stream header";
-  } else if (Get(out, 16) != out.size()) {
+  } else if (Get(out_, 16) != out_.size()) {
     verdict_.error = "a wrong length in the stream header";
   }
 }
@@ -102,7 +116,7 @@ void RecoveryJudge::JudgeRecords() {
   if (report_.dictionary_moved) at = BehindDictionaryCopy();
   if (at > kStreamHeaderBytes) ++index;
   const std::uint32_t copies = index;
-  for (std::size_t next = 0; verdict_.error.empty() && at < out_.Content().size(); ++index) {
+  for (std::size_t next = 0; verdict_.error.empty() && at < out_.size(); ++index) {
     std::size_t found = next;
     while (found < encoded_.size() && !IsAt(at, index, encoded_[found])) ++found;
     if (found == encoded_.size()) {
@@ -124,44 +138,41 @@ std::size_t RecoveryJudge::BehindDictionaryCopy() {
   const std::size_t second = EndOf(kStreamHeaderBytes, 0);
   EndOf(second, 1);
   if (!verdict_.error.empty()) return kStreamHeaderBytes;
-  const Bytes& out = out_.Content();
   Said copy = healthy_.records[0].said;
-  copy.time_ms = Get(out, second + kTimeAt, RecordKey(out[10], 1));
+  copy.time_ms = Get(out_, second + kTimeAt, RecordKey(out_[10], 1));
   if (!IsAt(kStreamHeaderBytes, 0, Encode(copy))) verdict_.error = "no dictionary in front";
   return second;
 }
 
 // `record` is as record 0 of a plain log; the bytes at `at` are record `index` of this one.
 bool RecoveryJudge::IsAt(std::size_t at, std::uint32_t index, const Bytes& record) const {
-  const Bytes& out = out_.Content();
-  if (out.size() - at < record.size()) return false;
-  const std::uint8_t header_key = RecordKey(out[10], index);
-  const std::uint8_t data_key = RecordKey(out[11], index);
-  if (Get(out, at + kIndexAt, header_key) != index) return false;
+  if (out_.size() - at < record.size()) return false;
+  const std::uint8_t header_key = RecordKey(out_[10], index);
+  const std::uint8_t data_key = RecordKey(out_[11], index);
+  if (Get(out_, at + kIndexAt, header_key) != index) return false;
   std::uint8_t index_sum = 0;
   for (std::size_t i = 0; i < 4; ++i) index_sum ^= static_cast<std::uint8_t>(index >> (8 * i));
-  std::uint8_t difference = 0;
+  unsigned difference = 0;
   for (std::size_t i = 0; i < kRecordHeaderBytes; ++i) {
     if (i >= kIndexAt && i < kIndexAt + 4) continue;
     const std::uint8_t plain = i == kChecksumAt ? record[i] ^ index_sum : record[i];
-    difference |= out[at + i] ^ header_key ^ plain;
+    difference |= out_[at + i] ^ header_key ^ plain;
   }
   if (difference != 0) return false;
   for (std::size_t i = kRecordHeaderBytes; i < record.size(); ++i) {
-    difference |= out[at + i] ^ data_key ^ record[i];
+    difference |= out_[at + i] ^ data_key ^ record[i];
   }
   return difference == 0;
 }
 
 std::size_t RecoveryJudge::EndOf(std::size_t at, std::uint32_t index) {
-  const Bytes& out = out_.Content();
-  const std::uint8_t key = RecordKey(out[10], index);
-  if (out.size() - at >= kRecordHeaderBytes && (out[at] ^ key) == 0x4C) {
-    const std::uint64_t end = at + kRecordHeaderBytes + std::uint64_t{Get(out, at + kSizeAt, key)};
-    if (end <= out.size()) return static_cast<std::size_t>(end);
+  const std::uint8_t key = RecordKey(out_[10], index);
+  if (out_.size() - at >= kRecordHeaderBytes && (out_[at] ^ key) == 0x4C) {
+    const std::uint64_t end = at + kRecordHeaderBytes + std::uint64_t{Get(out_, at + kSizeAt, key)};
+    if (end <= out_.size()) return static_cast<std::size_t>(end);
   }
   verdict_.error = "no record at " + std::to_string(at);
-  return out.size();
+  return out_.size();
 }
 
 }  // namespace kestrav::test

@@ -2,6 +2,7 @@
 #define KESTRAV_TESTS_RELIABILITY_RECOVERED_LOG_H_
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -41,9 +42,13 @@ class RecoveryJudge {
     std::string error;         // what makes the output no clean log; empty: nothing does
   };
   const Verdict& Recover(const Bytes& damaged);
+  // Holds `out` against the healthy log, as if it had been recovered with that report.
+  const Verdict& Judge(const Bytes& out, const RecoveryReport& report);
   const RecoveryReport& Report() const { return report_; }
+  const Bytes& Output() const { return stream_.Content(); }
 
  private:
+  void Clear();
   void JudgeHeader();
   void JudgeRecords();
   std::size_t BehindDictionaryCopy();
@@ -52,8 +57,9 @@ class RecoveryJudge {
 
   const SampleLog& healthy_;
   std::vector<Bytes> encoded_;  // each as record 0 of a plain log
-  ReusedOutputStream out_;
+  ReusedOutputStream stream_;
   RecoveryReport report_;
+  std::span<const std::uint8_t> out_;
   Verdict verdict_;
 };
 

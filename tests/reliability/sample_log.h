@@ -46,6 +46,8 @@ class SampleLogWriter {
   void Add(const Said& said);
   // The next record takes this index, as in a log that is no recorder's.
   void NextIndex(std::uint32_t index) { builder_.NextIndex(index); }
+  // The log as it is so far.
+  Bytes Content() const { return builder_.Build(); }
   SampleLog Finish();
 
  private:
