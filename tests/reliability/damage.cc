@@ -3,14 +3,16 @@
 #include <algorithm>
 #include <numeric>
 
+#include "support/log_builder.h"
+
 namespace kestrav::test {
 namespace {
 
 constexpr std::size_t kSector = 512;
 constexpr std::size_t kLongestRangeBits = 11;
 
-template <class T>
-auto At(std::vector<T>& values, std::size_t at) {
+template <class Values>
+auto At(Values& values, std::size_t at) {
   return values.begin() + static_cast<std::ptrdiff_t>(at);
 }
 
@@ -23,18 +25,63 @@ DamagedCopy::DamagedCopy(const SampleLog& log, std::uint32_t seed)
 }
 
 std::vector<bool> DamagedCopy::Untouched() const {
-  std::vector<bool> untouched(log_.records.size(), false);
-  std::size_t run = 0;  // bytes up to here that stood side by side in the log
+  std::vector<bool> untouched;
+  std::vector<std::size_t> places(log_.bytes.size(), bytes_.size());
   for (std::size_t at = 0; at < origins_.size(); ++at) {
-    const std::uint32_t origin = origins_[at];
-    const bool goes_on = run > 0 && origin != kForeign && origin == origins_[at - 1] + 1;
-    run = origin == kForeign ? 0 : goes_on ? run + 1 : 1;
-    if (run == 0 || origin < kStreamHeaderBytes) continue;
-    const std::size_t index = log_.RecordAt(origin);
-    const SampleLog::Record& record = log_.records[index];
-    if (origin + 1 == record.end && run >= record.end - record.offset) untouched[index] = true;
+    if (origins_[at] != kForeign) places[origins_[at]] = at;
+  }
+  for (const SampleLog::Record& record : log_.records) {
+    bool whole = places[record.offset] < bytes_.size();
+    for (std::uint32_t i = record.offset + 1; whole && i < record.end; ++i) {
+      whole = places[i] == places[i - 1] + 1;
+    }
+    untouched.push_back(whole);
   }
   return untouched;
+}
+
+bool DamagedCopy::PassesForWhole(const Said& said) const {
+  for (std::uint32_t i = 0; i < log_.records.size(); ++i) {
+    const SampleLog::Record& record = log_.records[i];
+    Said true_one = record.said;
+    if (true_one.payload.size() != said.payload.size()) continue;
+    true_one.payload = said.payload;
+    const std::size_t at = Find(record.offset, record.offset + kRecordHeaderBytes);
+    if (true_one != said || at == bytes_.size()) continue;
+    if (Xor(said.payload) == Xor(record.said.payload) && Holds(at + kRecordHeaderBytes, said, i)) {
+      return TouchesNothingUntouched({at, record.end - record.offset});
+    }
+  }
+  return false;
+}
+
+std::size_t DamagedCopy::Find(std::uint32_t from, std::uint32_t to) const {
+  const auto first = std::find(origins_.begin(), origins_.end(), from);
+  auto at = first;
+  for (std::uint32_t origin = from; origin < to; ++origin, ++at) {
+    if (at == origins_.end() || *at != origin) return bytes_.size();
+  }
+  return static_cast<std::size_t>(first - origins_.begin());
+}
+
+bool DamagedCopy::Holds(std::size_t at, const Said& said, std::uint32_t index) const {
+  if (bytes_.size() - at < said.payload.size()) return false;
+  const std::uint8_t key = RecordKey(log_.bytes[11], index);
+  return std::equal(said.payload.begin(), said.payload.end(), At(bytes_, at),
+                    [&](char plain, std::uint8_t byte) {
+                      return static_cast<std::uint8_t>(plain) == (byte ^ key);
+                    });
+}
+
+bool DamagedCopy::TouchesNothingUntouched(Range range) const {
+  const std::vector<bool> untouched = Untouched();
+  for (std::size_t at = range.at; at < range.at + range.size; ++at) {
+    const std::uint32_t origin = origins_[at];
+    if (origin != kForeign && origin >= kStreamHeaderBytes && untouched[log_.RecordAt(origin)]) {
+      return false;
+    }
+  }
+  return true;
 }
 
 std::uint32_t DamagedCopy::Pick(std::size_t below) {

@@ -1,6 +1,7 @@
 #ifndef KESTRAV_TESTS_RELIABILITY_DAMAGE_H_
 #define KESTRAV_TESTS_RELIABILITY_DAMAGE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -22,6 +23,10 @@ class DamagedCopy {
   const Bytes& Content() const { return bytes_; }
   // Which records of the log still stand in it as they were, in one piece and among their own.
   std::vector<bool> Untouched() const;
+  // Whether this stands in it as a record that was touched and is whole all the same by every rule
+  // of the format: under a header that is as it was a payload that its checksum does not tell from
+  // the true one, and none of its bytes belongs to an untouched record. No reader can know.
+  bool PassesForWhole(const Said& said) const;
   // The damages in words.
   const std::string& Story() const { return story_; }
 
@@ -35,6 +40,10 @@ class DamagedCopy {
   std::uint32_t Pick(std::size_t below);
   Range AnyRange();
   Range AnySector();
+  // Where bytes of the log up to `to` stand in one piece; the size of the content if they do not.
+  std::size_t Find(std::uint32_t from, std::uint32_t to) const;
+  bool Holds(std::size_t at, const Said& said, std::uint32_t index) const;
+  bool TouchesNothingUntouched(Range range) const;
   void Tell(const char* what, Range range);
 
   void DamageOnce();

@@ -28,7 +28,8 @@ NestedLog::NestedLog(LogKeys keys, Nest nest, std::uint32_t seed) : random_(seed
       holders_.push_back(i);
       payload = Inner(nest, i, writer.Content());
     }
-    writer.Add(Message(payload));
+    time_ms_ += 1 + Pick(200);
+    writer.Add(Message(time_ms_, payload));
   }
   log_ = writer.Finish();
 }
@@ -50,10 +51,9 @@ std::string NestedLog::Random(std::uint32_t size) {
   return bytes;
 }
 
-Said NestedLog::Message(const std::string& payload) {
-  time_ms_ += 1 + Pick(200);
+Said NestedLog::Message(std::uint32_t time_ms, const std::string& payload) {
   const auto data_id = static_cast<std::uint16_t>(1 + Pick(4));
-  return {kClients[Pick(std::size(kClients))], data_id, time_ms_, payload};
+  return {kClients[Pick(std::size(kClients))], data_id, time_ms, payload};
 }
 
 LogKeys NestedLog::InnerKeys() {
@@ -78,10 +78,7 @@ std::string NestedLog::Inner(Nest nest, std::uint32_t index, const Bytes& so_far
     if (Pick(2) == 0) writer.Add(Dictionary(time_ms));
     for (std::uint32_t records = 1 + Pick(Pick(4) == 0 ? 120 : 12); records > 0; --records) {
       time_ms += Pick(3);
-      Said said = Message(Random(1 + Pick(60)));
-      std::swap(time_ms_, said.time_ms);
-      said.time_ms = time_ms;
-      writer.Add(said);
+      writer.Add(Message(time_ms, Random(1 + Pick(60))));
     }
     log = writer.Finish().bytes;
   }

@@ -33,7 +33,7 @@ class NestedLog {
  private:
   std::uint32_t Pick(std::uint32_t below) { return static_cast<std::uint32_t>(random_()) % below; }
   std::string Random(std::uint32_t size);
-  Said Message(const std::string& payload);
+  Said Message(std::uint32_t time_ms, const std::string& payload);
   LogKeys InnerKeys();
   std::string Inner(Nest nest, std::uint32_t index, const Bytes& so_far);
   void DamageHeader(Bytes& bytes, std::size_t index);

@@ -32,8 +32,8 @@ TEST_P(RecoveredNest, HoldsNoRecordOfALogInsideAPayload) {
     RecoveryJudge judge(nested.Log());
     const RecoveryJudge::Verdict& verdict = judge.Recover(nested.Damaged());
     EXPECT_EQ(verdict.error, "");
-    EXPECT_EQ(verdict.invented, 0U);
-    invented += verdict.invented;
+    EXPECT_EQ(verdict.strangers.size(), 0U);
+    invented += verdict.strangers.size();
     for (std::size_t i = 0; i < verdict.back.size(); ++i) {
       untouched += nested.Untouched()[i] ? 1 : 0;
       back += nested.Untouched()[i] && verdict.back[i] ? 1 : 0;

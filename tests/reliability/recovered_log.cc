@@ -8,6 +8,7 @@ namespace {
 
 constexpr std::size_t kChecksumAt = 1;
 constexpr std::size_t kIndexAt = 4;
+constexpr std::size_t kIdsAt = 8;
 constexpr std::size_t kTimeAt = 12;
 constexpr std::size_t kSizeAt = 16;
 
@@ -22,12 +23,6 @@ std::uint32_t Get(std::span<const std::uint8_t> bytes, std::size_t at, std::uint
   for (std::size_t i = 4; i-- > 0;)
     value = value << 8 | static_cast<std::uint8_t>(bytes[at + i] ^ key);
   return value;
-}
-
-std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
-  if (stream_key == 0) return 0;
-  const auto key = static_cast<std::uint8_t>(stream_key + index);
-  return key == 0 ? 1 : key;
 }
 
 // A record as record 0 of a plain log.
@@ -98,7 +93,7 @@ void RecoveryJudge::Clear() {
   report_ = {};
   verdict_.back.assign(healthy_.records.size(), false);
   verdict_.records = 0;
-  verdict_.invented = 0;
+  verdict_.strangers.clear();
   verdict_.error.clear();
 }
 
@@ -120,8 +115,9 @@ void RecoveryJudge::JudgeRecords() {
     std::size_t found = next;
     while (found < encoded_.size() && !IsAt(at, index, encoded_[found])) ++found;
     if (found == encoded_.size()) {
-      ++verdict_.invented;
-      at = EndOf(at, index);
+      const std::size_t end = EndOf(at, index);
+      if (verdict_.error.empty()) verdict_.strangers.push_back(SaidAt(at, end, index));
+      at = end;
       continue;
     }
     verdict_.back[found] = true;
@@ -163,6 +159,17 @@ bool RecoveryJudge::IsAt(std::size_t at, std::uint32_t index, const Bytes& recor
     difference |= out_[at + i] ^ data_key ^ record[i];
   }
   return difference == 0;
+}
+
+Said RecoveryJudge::SaidAt(std::size_t at, std::size_t end, std::uint32_t index) const {
+  const std::uint8_t key = RecordKey(out_[10], index);
+  const std::uint32_t ids = Get(out_, at + kIdsAt, key);
+  Said said{static_cast<std::uint16_t>(ids), static_cast<std::uint16_t>(ids >> 16),
+            Get(out_, at + kTimeAt, key), ""};
+  for (std::size_t i = at + kRecordHeaderBytes; i < end; ++i) {
+    said.payload.push_back(static_cast<char>(out_[i] ^ RecordKey(out_[11], index)));
+  }
+  return said;
 }
 
 std::size_t RecoveryJudge::EndOf(std::size_t at, std::uint32_t index) {

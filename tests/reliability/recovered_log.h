@@ -36,10 +36,10 @@ class RecoveryJudge {
 
   struct Verdict {
     RecoveryResult result = RecoveryResult::kNothingFound;
-    std::vector<bool> back;    // which records of the healthy log came back
-    std::size_t records = 0;   // how many they are
-    std::size_t invented = 0;  // records that the healthy log has not, or has once or earlier
-    std::string error;         // what makes the output no clean log; empty: nothing does
+    std::vector<bool> back;       // which records of the healthy log came back
+    std::size_t records = 0;      // how many they are
+    std::vector<Said> strangers;  // records that the healthy log has not, or has once or earlier
+    std::string error;            // what makes the output no clean log; empty: nothing does
   };
   const Verdict& Recover(const Bytes& damaged);
   // Holds `out` against the healthy log, as if it had been recovered with that report.
@@ -53,6 +53,7 @@ class RecoveryJudge {
   void JudgeRecords();
   std::size_t BehindDictionaryCopy();
   bool IsAt(std::size_t at, std::uint32_t index, const Bytes& record) const;
+  Said SaidAt(std::size_t at, std::size_t end, std::uint32_t index) const;
   std::size_t EndOf(std::size_t at, std::uint32_t index);
 
   const SampleLog& healthy_;

@@ -33,28 +33,28 @@ TEST_P(Judge, CountsTheRecordsThatAreBack) {
   const RecoveryJudge::Verdict verdict = On({Record(0), Record(1), Record(3)});
   EXPECT_EQ(verdict.back, (std::vector<bool>{true, true, false, true}));
   EXPECT_EQ(verdict.records, 3U);
-  EXPECT_EQ(verdict.invented, 0U);
+  EXPECT_EQ(verdict.strangers.size(), 0U);
   EXPECT_EQ(verdict.error, "");
 }
 
 TEST_P(Judge, CountsADuplicateAndOneOutOfOrderAsInvented) {
-  EXPECT_EQ(On({Record(0), Record(1), Record(1)}).invented, 1U);
-  EXPECT_EQ(On({Record(0), Record(2), Record(1)}).invented, 1U);
+  EXPECT_EQ(On({Record(0), Record(1), Record(1)}).strangers.size(), 1U);
+  EXPECT_EQ(On({Record(0), Record(2), Record(1)}).strangers.size(), 1U);
 }
 
 TEST_P(Judge, CountsARecordThatSaysSomethingElseAsInvented) {
   Said other = Record(1);
   other.payload.back() = 'y';
-  EXPECT_EQ(On({Record(0), other, Record(2)}).invented, 1U);
+  EXPECT_EQ(On({Record(0), other, Record(2)}).strangers.size(), 1U);
   other = Record(1);
   ++other.time_ms;
-  EXPECT_EQ(On({Record(0), other, Record(2)}).invented, 1U);
+  EXPECT_EQ(On({Record(0), other, Record(2)}).strangers.size(), 1U);
   other = Record(1);
   other.client = 60;
-  EXPECT_EQ(On({Record(0), other, Record(2)}).invented, 1U);
+  EXPECT_EQ(On({Record(0), other, Record(2)}).strangers.size(), 1U);
   other = Record(1);
   other.data_id = 2;
-  EXPECT_EQ(On({Record(0), other, Record(2)}).invented, 1U);
+  EXPECT_EQ(On({Record(0), other, Record(2)}).strangers.size(), 1U);
 }
 
 TEST_P(Judge, SeesALogThatIsNotClean) {
