@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 
 namespace kestrav::test {
 namespace {
@@ -23,6 +24,23 @@ std::uint32_t Get(std::span<const std::uint8_t> bytes, std::size_t at, std::uint
   for (std::size_t i = 4; i-- > 0;)
     value = value << 8 | static_cast<std::uint8_t>(bytes[at + i] ^ key);
   return value;
+}
+
+// Whether each byte is the plain one XOR `key`; eight at a time, since this takes most of the time.
+bool IsScrambled(const std::uint8_t* bytes, const std::uint8_t* plain, std::size_t size,
+                 std::uint8_t key) {
+  std::uint64_t difference = 0;
+  for (; size >= 8; bytes += 8, plain += 8, size -= 8) {
+    std::uint64_t eight;
+    std::uint64_t plain_eight;
+    std::memcpy(&eight, bytes, 8);
+    std::memcpy(&plain_eight, plain, 8);
+    difference |= eight ^ plain_eight ^ key * 0x0101'0101'0101'0101;
+  }
+  for (; size > 0; ++bytes, ++plain, --size) {
+    difference |= static_cast<std::uint64_t>(*bytes ^ *plain ^ key);
+  }
+  return difference == 0;
 }
 
 // A record as record 0 of a plain log.
@@ -148,17 +166,13 @@ bool RecoveryJudge::IsAt(std::size_t at, std::uint32_t index, const Bytes& recor
   if (Get(out_, at + kIndexAt, header_key) != index) return false;
   std::uint8_t index_sum = 0;
   for (std::size_t i = 0; i < 4; ++i) index_sum ^= static_cast<std::uint8_t>(index >> (8 * i));
-  unsigned difference = 0;
-  for (std::size_t i = 0; i < kRecordHeaderBytes; ++i) {
-    if (i >= kIndexAt && i < kIndexAt + 4) continue;
-    const std::uint8_t plain = i == kChecksumAt ? record[i] ^ index_sum : record[i];
-    difference |= out_[at + i] ^ header_key ^ plain;
-  }
-  if (difference != 0) return false;
-  for (std::size_t i = kRecordHeaderBytes; i < record.size(); ++i) {
-    difference |= out_[at + i] ^ data_key ^ record[i];
-  }
-  return difference == 0;
+  const std::uint8_t* const bytes = &out_[at];
+  if ((bytes[kChecksumAt] ^ header_key) != (record[kChecksumAt] ^ index_sum)) return false;
+  return bytes[0] == (record[0] ^ header_key) &&
+         IsScrambled(bytes + 2, &record[2], kIndexAt - 2, header_key) &&
+         IsScrambled(bytes + kIdsAt, &record[kIdsAt], kRecordHeaderBytes - kIdsAt, header_key) &&
+         IsScrambled(bytes + kRecordHeaderBytes, &record[kRecordHeaderBytes],
+                     record.size() - kRecordHeaderBytes, data_key);
 }
 
 Said RecoveryJudge::SaidAt(std::size_t at, std::size_t end, std::uint32_t index) const {
