@@ -16,7 +16,7 @@ constexpr std::uint32_t kSeed = 1;
 class RecoveredFlip : public testing::TestWithParam<LogKeys> {};
 
 TEST_P(RecoveredFlip, LosesAtMostOneRecordAndInventsNone) {
-  const std::uint32_t step = Effort("KESTRAV_FLIP_STEP", 1, 23);
+  const std::uint32_t step = Effort("KESTRAV_FLIP_STEP", 1, 101);
   const SampleLog log = MakeSampleLog(GetParam(), kSeed);
   Bytes bytes = log.bytes;
   RecoveryJudge judge(log);
