@@ -32,6 +32,10 @@ ChainWalk::Step ChainWalk::Next() {
 
 ChainWalk::Step ChainWalk::TakeRecord() {
   header_ = next_;
+  if (has_time_ && static_cast<std::int32_t>(header_.time_stamp - time_) < 0) {
+    ahead_ = Ahead::kNothing;
+    return Step::kEnd;
+  }
   const bool holds = log_.PayloadHolds(offset_, header_);
   end_ += kRecordHeaderSize + header_.payload_size;
   ++index_;

@@ -8,9 +8,9 @@
 
 namespace kestrav::rescue {
 
-// Walks records that stand one behind the other with rising indices. A damaged record ends the walk
-// only when its size, as it stands or with one bit changed, does not lead to the next record: what
-// its payload holds, be it a whole log, is never looked at then.
+// Walks records that stand one behind the other with rising indices and no step back in time. A
+// damaged record ends the walk only when its size, as it stands or with one bit changed, does not
+// lead to the next record: what its payload holds, be it a whole log, is never looked at then.
 class ChainWalk {
  public:
   enum class Step : std::uint8_t {

@@ -77,25 +77,32 @@ HeaderReading ReadStreamHeader(const LogView& log) {
 bool KeySearch::Find(const HeaderReading& reading, FoundKeys& keys) {
   if (!AskRecords(reading)) return false;
   const BinaryLogStreamHeader& header = reading.fields;
-  const bool asked = Total(header_votes_) > 0;
-  const bool header_agrees = asked ? Supports(header_votes_, header.header_key) : reading.usable;
-  keys.header = header_agrees || !asked ? header.header_key : Most(header_votes_);
-  const Votes& tell = Total(data_votes_) > 0 ? data_votes_ : dictionary_votes_;
-  const bool told = Total(tell) > 0 && (&tell == &data_votes_ || !reading.usable);
-  const bool data_agrees = told ? Supports(tell, header.data_key) : reading.usable;
-  keys.data = data_agrees || !told ? header.data_key : Most(tell);
-  keys.data_known = told || reading.usable;
+  const auto decide = [&](const Votes& start, const Votes& all, std::uint8_t stated, bool& agrees) {
+    const Votes& votes = Total(start) > 0 ? start : all;
+    agrees = reading.usable && (Total(votes) == 0 || Supports(votes, stated));
+    return agrees || Total(votes) == 0 ? stated : Most(votes);
+  };
+  bool header_agrees = false, data_agrees = false;
+  keys.header = decide(start_.header, all_.header, header.header_key, header_agrees);
+  keys.data = decide(start_.data, all_.data, header.data_key, data_agrees);
+  keys.data_known = reading.usable || Total(all_.data) > 0;
+  if (!keys.data_known && Total(all_.dictionary) > 0) {
+    keys.data = Most(all_.dictionary);
+    keys.data_known = true;
+  }
   keys.agree = header_agrees && data_agrees;
   return true;
 }
 
 // From record to record while they follow each other, else from one place that looks like a header
-// to the next.
+// to the next. The records from where a log begins tell most.
 bool KeySearch::AskRecords(const HeaderReading& reading) {
   std::uint32_t at = kStreamHeaderSize;
-  if (at < log_.Size() && AskPair(at)) {
+  BinaryLogRecordHeader first;
+  if (log_.ReadHeader(at, first) && first.record_index == 0 && AskPair(at)) {
     while (!IsEnough(reading) && AskPair(at)) {
     }
+    start_ = all_;
   } else {
     at = 0;
   }
@@ -109,8 +116,8 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
 
 bool KeySearch::IsEnough(const HeaderReading& reading) const {
   return reading.usable && pairs_ >= kEnoughPairs &&
-         Supports(header_votes_, reading.fields.header_key) &&
-         (Total(data_votes_) == 0 || Supports(data_votes_, reading.fields.data_key));
+         Supports(all_.header, reading.fields.header_key) &&
+         (Total(all_.data) == 0 || Supports(all_.data, reading.fields.data_key));
 }
 
 bool KeySearch::AskPair(std::uint32_t& at) {
@@ -128,7 +135,7 @@ bool KeySearch::AskPair(std::uint32_t& at) {
   bool agrees = false;
   ForEachStreamKey(KeyOf(log_, at), first.record_index, [&](std::uint8_t key) {
     const bool both = is_last || RecordKey(key, second.record_index) == KeyOf(log_, end);
-    if (both) ++header_votes_[key];
+    if (both) ++all_.header[key];
     agrees |= both;
   });
   if (!agrees) return false;
@@ -143,7 +150,7 @@ void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header
   if (header.payload_size % 2 == 0) return;
   const std::uint8_t sum = log_.Sum(at + kRecordHeaderSize, header.payload_size);
   ForEachStreamKey(static_cast<std::uint8_t>(sum ^ header.payload_checksum), header.record_index,
-                   [this](std::uint8_t key) { ++data_votes_[key]; });
+                   [this](std::uint8_t key) { ++all_.data[key]; });
 }
 
 // The upper bytes of a dictionary's count are 0, and its last byte is one, too.
@@ -157,7 +164,7 @@ void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& hea
   const std::uint8_t key = payload[3];
   if (payload[2] != key || payload[header.payload_size - 1] != key) return;
   ForEachStreamKey(key, header.record_index,
-                   [this](std::uint8_t stream_key) { ++dictionary_votes_[stream_key]; });
+                   [this](std::uint8_t stream_key) { ++all_.dictionary[stream_key]; });
 }
 
 }  // namespace kestrav::rescue

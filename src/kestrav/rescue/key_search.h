@@ -40,6 +40,11 @@ class KeySearch {
 
  private:
   using Votes = std::array<std::uint32_t, 256>;
+  struct Ballot {
+    Votes header{};
+    Votes data{};
+    Votes dictionary{};
+  };
 
   [[nodiscard]] bool AskRecords(const HeaderReading& reading);
   // The records that stand from `at` on; moves `at` behind what they tell.
@@ -49,9 +54,8 @@ class KeySearch {
   bool IsEnough(const HeaderReading& reading) const;
 
   LogView& log_;
-  Votes header_votes_{};
-  Votes data_votes_{};
-  Votes dictionary_votes_{};
+  Ballot all_;
+  Ballot start_;  // of the records that stand one behind the other from the first one on
   std::uint32_t pairs_ = 0;
 };
 

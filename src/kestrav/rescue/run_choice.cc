@@ -11,7 +11,11 @@
 namespace kestrav::rescue {
 namespace {
 
+constexpr int kRounds = 4;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+// What begins where a log begins is this log.
+bool IsStart(const Run& run) { return run.begin == kStreamHeaderSize && run.index == 0; }
 
 // The chain with the most records that can stand in front of a run: of all runs that end by its
 // begin and whose indices are below its own. A tree of maxima over the indices.
@@ -37,6 +41,7 @@ class Heaviest {
     for (std::uint32_t i = 0; i < judged.size(); ++i) {
       const Run& run = judged[i].run;
       while (judged[by_end_[entered]].run.end <= run.begin) Enter(judged, by_end_[entered++]);
+      if (judged[i].rejected) continue;
       before_[i] = Best(run.index);
       weights_[i] = Weight(run) + (before_[i] == kNone ? 0 : weights_[before_[i]]);
       if (heaviest == kNone || weights_[i] > weights_[heaviest]) heaviest = i;
@@ -47,15 +52,13 @@ class Heaviest {
   std::uint32_t Before(std::uint32_t run) const { return before_[run]; }
 
  private:
-  // What begins where a log begins is this log. A log inside a payload counts when there is nothing
-  // else.
   static std::uint64_t Weight(const Run& run) {
     constexpr std::uint64_t kCertain = std::uint64_t{1} << 40;
-    if (run.begin == kStreamHeaderSize && run.index == 0) return kCertain + run.records;
-    return run.embedded ? 1 : run.records;
+    return run.records + (IsStart(run) ? kCertain : 0);
   }
 
   void Enter(const std::vector<Judged>& judged, std::uint32_t run) {
+    if (judged[run].rejected) return;
     const auto rank = std::lower_bound(ends_.begin(), ends_.end(), judged[run].run.next_index);
     for (auto slot = static_cast<std::size_t>(rank - ends_.begin()) + 1; slot < tree_.size();
          slot += slot & (~slot + 1)) {
@@ -95,14 +98,28 @@ bool IsLater(std::uint32_t time, std::uint32_t than) {
 }
 
 // Whether the bytes between two runs are accounted for by the indices between them.
-bool IsExplained(std::uint32_t bytes, std::uint32_t missing) { return bytes == 0 || missing > 0; }
+bool IsExplained(std::uint32_t bytes, std::uint32_t missing) {
+  return (bytes > 0) == (missing > 0);
+}
 
 }  // namespace
 
 bool RunChoice::Choose(const std::vector<Run>& runs, std::vector<Judged>& judged) {
-  if (!SplitCopies(runs, judged) || !TakeHeaviest(judged)) return false;
-  DropWeak(judged);
+  if (!SplitCopies(runs, judged)) return false;
+  RejectEmbedded(judged);
+  for (int round = 0; round < kRounds; ++round) {
+    if (!TakeHeaviest(judged)) return false;
+    if (!DropWeak(judged)) break;
+  }
   return NameDoubts(judged);
+}
+
+// A log inside a payload counts when there is nothing else.
+void RunChoice::RejectEmbedded(std::vector<Judged>& judged) {
+  const bool others = std::any_of(judged.begin(), judged.end(), [](const Judged& one) {
+    return !one.run.embedded && (one.run.records > 1 || IsStart(one.run));
+  });
+  for (Judged& one : judged) one.rejected = others && one.run.embedded;
 }
 
 bool RunChoice::SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& judged) const {
@@ -115,7 +132,8 @@ bool RunChoice::SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& j
       return false;
     }
     if (!Memory::Append(judged, Judged{run})) return false;
-    if (found.records > 1) earlier = &found;
+    const bool is_further = earlier == nullptr || found.next_index > earlier->next_index;
+    if (found.records > 1 && is_further) earlier = &found;
   }
   return true;
 }
@@ -156,41 +174,47 @@ bool RunChoice::TakeHeaviest(std::vector<Judged>& judged) const {
   if (judged.empty()) return true;
   return Memory::Try([&] {
     Heaviest heaviest(judged);
+    for (Judged& one : judged) one.taken = false;
     for (std::uint32_t i = heaviest.Find(judged); i != kNone; i = heaviest.Before(i)) {
       judged[i].taken = true;
     }
   });
 }
 
-// Against the nearest runs that are taken so far.
-void RunChoice::DropWeak(std::vector<Judged>& judged) {
+// Against the nearest runs that are taken so far. Whether any was dropped.
+bool RunChoice::DropWeak(std::vector<Judged>& judged) {
   std::uint32_t longest = 0;
   for (const Judged& one : judged) {
     if (one.taken) longest = std::max(longest, one.run.records);
   }
   const auto is_sure = [&](const Run& run) {
-    return run.records >= std::min(longest, kLongRun) || run.continues;
+    return run.records >= std::min(longest, kLongRun) || run.continues || IsStart(run);
   };
   for (const Judged& one : judged) {
     if (one.taken && is_sure(one.run)) KnowIds(one.run);
   }
   const Run* before = nullptr;
+  bool dropped = false;
   for (std::size_t i = 0; i < judged.size(); ++i) {
     Judged& one = judged[i];
     if (!one.taken) continue;
     if (!is_sure(one.run) && !IsPlausible(before, one.run, NextTaken(judged, i + 1))) {
       one.taken = false;
+      one.rejected = true;
       one.doubt = Doubt::kWeakEvidence;
+      dropped = true;
       continue;
     }
     before = &one.run;
   }
+  return dropped;
 }
 
 bool RunChoice::IsPlausible(const Run* before, const Run& run, const Run* behind) const {
   const std::uint32_t from = before == nullptr ? kStreamHeaderSize : before->end;
   const std::uint32_t index = before == nullptr ? 0 : before->next_index;
   if (run.begin < from || !IsExplained(run.begin - from, run.index - index)) return false;
+  if (before != nullptr && run.begin == from) return true;
   if (before != nullptr && !IsLater(run.first_time, before->last_time)) return false;
   if (behind == nullptr) return HasKnownIds(run);
   return IsExplained(behind->begin - run.end, behind->index - run.next_index) &&

@@ -13,6 +13,7 @@ namespace kestrav::rescue {
 struct Judged {
   Run run;
   bool taken = false;
+  bool rejected = false;             // it cannot be
   Doubt doubt = Doubt::kOutOfOrder;  // why it is not
 };
 
@@ -29,11 +30,12 @@ class RunChoice {
   [[nodiscard]] bool Choose(const std::vector<Run>& runs, std::vector<Judged>& judged);
 
  private:
+  static void RejectEmbedded(std::vector<Judged>& judged);
   [[nodiscard]] bool SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& judged) const;
   // Splits `run` where the records end that `earlier` has too. false: it does not begin with such.
   bool Split(const Run& earlier, Run& run, Run& copies) const;
   [[nodiscard]] bool TakeHeaviest(std::vector<Judged>& judged) const;
-  void DropWeak(std::vector<Judged>& judged);
+  [[nodiscard]] bool DropWeak(std::vector<Judged>& judged);
   bool IsPlausible(const Run* before, const Run& run, const Run* behind) const;
   void KnowIds(const Run& run);
   bool HasKnownIds(const Run& run) const;
