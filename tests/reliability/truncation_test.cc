@@ -115,8 +115,7 @@ TEST_P(Truncation, AtEveryOffsetEveryCompleteRecordIsRead) {
     complete += records;
   }
   std::cout << "[figure] truncation, " << GetParam() << ": " << log_.records.size() << " records, "
-            << lengths << " lengths, " << read_ << " of " << complete
-            << " complete records read\n";
+            << lengths << " lengths, " << read_ << " of " << complete << " complete records read\n";
 }
 
 TEST_P(Truncation, AtEveryOffsetTheRepairSetsTheExactLengthOrLeavesTheFileAlone) {
