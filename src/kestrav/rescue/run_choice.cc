@@ -1,12 +1,12 @@
 #include "kestrav/rescue/run_choice.h"
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
 
 #include "kestrav/format/stream_header.h"
 #include "kestrav/host/memory/try.h"
 #include "kestrav/rescue/chain_walk.h"
+#include "kestrav/rescue/copy_split.h"
 
 namespace kestrav::rescue {
 namespace {
@@ -105,7 +105,11 @@ bool IsExplained(std::uint32_t bytes, std::uint32_t missing) {
 }  // namespace
 
 bool RunChoice::Choose(const std::vector<Run>& runs, std::vector<Judged>& judged) {
-  if (!SplitCopies(runs, judged)) return false;
+  std::vector<Run> pieces;
+  if (!CopySplit(log_).Split(runs, pieces)) return false;
+  for (const Run& piece : pieces) {
+    if (!Memory::Append(judged, Judged{piece})) return false;
+  }
   RejectEmbedded(judged);
   for (int round = 0; round < kRounds; ++round) {
     if (!TakeHeaviest(judged)) return false;
@@ -120,54 +124,6 @@ void RunChoice::RejectEmbedded(std::vector<Judged>& judged) {
     return !one.run.embedded && (one.run.records > 1 || IsStart(one.run));
   });
   for (Judged& one : judged) one.rejected = others && one.run.embedded;
-}
-
-bool RunChoice::SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& judged) const {
-  const Run* earlier = nullptr;
-  for (const Run& found : runs) {
-    Run run = found;
-    Run copies;
-    if (earlier != nullptr && Split(*earlier, run, copies) &&
-        !Memory::Append(judged, Judged{copies})) {
-      return false;
-    }
-    if (!Memory::Append(judged, Judged{run})) return false;
-    const bool is_further = earlier == nullptr || found.next_index > earlier->next_index;
-    if (found.records > 1 && is_further) earlier = &found;
-  }
-  return true;
-}
-
-bool RunChoice::Split(const Run& earlier, Run& run, Run& copies) const {
-  if (run.begin < earlier.end || run.index < earlier.index || run.index >= earlier.next_index ||
-      run.next_index <= earlier.next_index) {
-    return false;
-  }
-  ChainWalk original(log_, earlier.begin, earlier.index);
-  while (original.Next() != ChainWalk::Step::kEnd && original.Index() < run.index) {
-  }
-  if (original.Index() != run.index ||
-      std::memcmp(log_.At(original.Offset()), log_.At(run.begin), kRecordHeaderSize) != 0) {
-    return false;
-  }
-  copies = run;
-  copies.records = 0;
-  ChainWalk walk(log_, run.begin, run.index);
-  ChainWalk::Step step;
-  while ((step = walk.Next()) != ChainWalk::Step::kEnd) {
-    if (step != ChainWalk::Step::kRecord) continue;
-    if (walk.Index() >= earlier.next_index) break;
-    ++copies.records;
-    copies.end = walk.End();
-    copies.next_index = walk.Index() + 1;
-    copies.last_time = walk.Header().time_stamp;
-  }
-  run.begin = walk.Offset();
-  run.index = walk.Index();
-  run.first_time = walk.Header().time_stamp;
-  run.records -= copies.records;
-  run.continues = true;
-  return true;
 }
 
 bool RunChoice::TakeHeaviest(std::vector<Judged>& judged) const {

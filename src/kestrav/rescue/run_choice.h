@@ -25,15 +25,12 @@ class RunChoice {
   // `known_ids`: for each client id whether records of longer runs have it.
   RunChoice(const LogView& log, std::vector<bool>& known_ids) : log_(log), known_ids_(known_ids) {}
 
-  // Leaves the runs in `judged`, ascending by begin; one that begins with copies of the records in
-  // front of it is split. false: memory is short.
+  // Leaves the runs in `judged`, ascending by begin, cut where copies of earlier records end.
+  // false: memory is short.
   [[nodiscard]] bool Choose(const std::vector<Run>& runs, std::vector<Judged>& judged);
 
  private:
   static void RejectEmbedded(std::vector<Judged>& judged);
-  [[nodiscard]] bool SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& judged) const;
-  // Splits `run` where the records end that `earlier` has too. false: it does not begin with such.
-  bool Split(const Run& earlier, Run& run, Run& copies) const;
   [[nodiscard]] bool TakeHeaviest(std::vector<Judged>& judged) const;
   [[nodiscard]] bool DropWeak(std::vector<Judged>& judged);
   bool IsPlausible(const Run* before, const Run& run, const Run* behind) const;

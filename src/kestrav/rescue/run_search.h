@@ -21,7 +21,7 @@ struct Run {
   std::uint32_t first_time = 0;
   std::uint32_t last_time = 0;
   bool embedded = false;   // it begins behind a stream header inside the log
-  bool continues = false;  // records in front of it are copies of earlier ones
+  bool continues = false;  // a run was cut in front of it, behind copies of earlier records
 };
 
 // Where a walk over the log is, for those who wait. false: it is to end.
