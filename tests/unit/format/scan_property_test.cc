@@ -6,7 +6,7 @@
 #include "kestrav/format/decoder.h"
 #include "kestrav/host/io/memory_stream.h"
 #include "support/log_builder.h"
-#include "unit/format/reference_reader.h"
+#include "support/reference_reader.h"
 
 namespace kestrav::test {
 namespace {
