@@ -1,0 +1,160 @@
+#include "kestrav/rescue/key_search.h"
+
+#include <algorithm>
+#include <numeric>
+
+#include "kestrav/clients/dictionary_record.h"
+#include "kestrav/host/io/memory_stream.h"
+#include "kestrav/host/time/source.h"
+
+namespace kestrav::rescue {
+namespace {
+
+constexpr std::uint32_t kEnoughPairs = 64;
+constexpr std::uint32_t kSomePairs = 2;
+
+std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
+  Crypter crypter;
+  crypter.Initialize(stream_key);
+  return crypter.RecordKey(index);
+}
+
+// Hands the stream keys with which the record `index` has the key `record_key` to `use`.
+template <class Use>
+void ForEachStreamKey(std::uint8_t record_key, std::uint32_t index, Use use) {
+  const auto plain = static_cast<std::uint8_t>(record_key - index);
+  const auto replaced = static_cast<std::uint8_t>(-index);  // gives 0, in whose place 1 stands
+  if (record_key == 0) {
+    use(std::uint8_t{0});
+  } else if (plain != 0) {
+    use(plain);
+  }
+  if (record_key == 1 && replaced != 0) use(replaced);
+}
+
+std::uint8_t KeyOf(const LogView& log, std::uint32_t at) { return *log.At(at) ^ kRecordMarker; }
+
+template <class Votes>
+std::uint8_t Most(const Votes& votes) {
+  return static_cast<std::uint8_t>(std::max_element(votes.begin(), votes.end()) - votes.begin());
+}
+
+template <class Votes>
+std::uint32_t Total(const Votes& votes) {
+  return std::accumulate(votes.begin(), votes.end(), std::uint32_t{0});
+}
+
+template <class Votes>
+bool Supports(const Votes& votes, std::uint8_t key) {
+  return votes[key] >= std::min(kSomePairs, std::max(1U, votes[Most(votes)]));
+}
+
+}  // namespace
+
+HeaderReading ReadStreamHeader(const LogView& log) {
+  HeaderReading reading;
+  if (log.Size() < kStreamHeaderSize) return reading;
+  std::array<std::uint8_t, kStreamHeaderSize> bytes;
+  std::copy_n(log.At(0), bytes.size(), bytes.begin());
+  std::array<std::uint8_t, 4> magic;
+  Memory::PutLittleEndian(magic.data(), kStreamMagic);
+  int same = 0;
+  for (std::size_t i = 0; i < magic.size(); ++i) same += bytes[i] == magic[i] ? 1 : 0;
+  std::copy(magic.begin(), magic.end(), bytes.begin());
+  Io::MemoryInputStream stream(bytes.data(), kStreamHeaderSize);
+  const bool read = reading.fields.ReadIn(stream);
+  const auto& reserved = reading.fields.reserved;
+  const bool blank = std::all_of(reserved.begin(), reserved.end(), [](auto b) { return b == 0; });
+  const bool clocked = reading.fields.clock_rate == Time::kClocksPerSecond;
+  reading.magic = read && same == 4;
+  reading.usable = reading.magic || (blank && clocked) || (same == 3 && (blank || clocked));
+  return reading;
+}
+
+bool KeySearch::Find(const HeaderReading& reading, FoundKeys& keys) {
+  if (!AskRecords(reading)) return false;
+  const BinaryLogStreamHeader& header = reading.fields;
+  const bool asked = Total(header_votes_) > 0;
+  const bool header_agrees = asked ? Supports(header_votes_, header.header_key) : reading.usable;
+  keys.header = header_agrees || !asked ? header.header_key : Most(header_votes_);
+  const Votes& tell = Total(data_votes_) > 0 ? data_votes_ : dictionary_votes_;
+  const bool told = Total(tell) > 0 && (&tell == &data_votes_ || !reading.usable);
+  const bool data_agrees = told ? Supports(tell, header.data_key) : reading.usable;
+  keys.data = data_agrees || !told ? header.data_key : Most(tell);
+  keys.data_known = told || reading.usable;
+  keys.agree = header_agrees && data_agrees;
+  return true;
+}
+
+// From record to record while they follow each other, else from one place that looks like a header
+// to the next.
+bool KeySearch::AskRecords(const HeaderReading& reading) {
+  std::uint32_t at = kStreamHeaderSize;
+  if (at < log_.Size() && AskPair(at)) {
+    while (!IsEnough(reading) && AskPair(at)) {
+    }
+  } else {
+    at = 0;
+  }
+  if (IsEnough(reading)) return true;
+  if (!log_.LoadSums()) return false;
+  while ((at = log_.FindHeader(at)) < log_.Size() && !IsEnough(reading)) {
+    if (!AskPair(at)) ++at;
+  }
+  return true;
+}
+
+bool KeySearch::IsEnough(const HeaderReading& reading) const {
+  return reading.usable && pairs_ >= kEnoughPairs &&
+         header_votes_[reading.fields.header_key] >= kSomePairs &&
+         (Total(data_votes_) == 0 || data_votes_[reading.fields.data_key] >= kSomePairs);
+}
+
+bool KeySearch::AskPair(std::uint32_t& at) {
+  BinaryLogRecordHeader first, second;
+  if (!log_.ReadHeader(at, first)) return false;
+  const std::uint32_t end = at + kRecordHeaderSize + first.payload_size;
+  const bool is_last = end == log_.Size();
+  const bool is_even = first.payload_size % 2 == 0;
+  const std::uint8_t sum = log_.Sum(at + kRecordHeaderSize, first.payload_size);
+  if (is_even && sum != first.payload_checksum) return false;
+  if (!is_last &&
+      (!log_.ReadHeader(end, second) || second.record_index != first.record_index + 1)) {
+    return false;
+  }
+  bool agrees = false;
+  ForEachStreamKey(KeyOf(log_, at), first.record_index, [&](std::uint8_t key) {
+    const bool both = is_last || RecordKey(key, second.record_index) == KeyOf(log_, end);
+    if (both) ++header_votes_[key];
+    agrees |= both;
+  });
+  if (!agrees) return false;
+  AskPayload(at, first);
+  AskDictionary(at, first);
+  ++pairs_;
+  at = end;
+  return true;
+}
+
+void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header) {
+  if (header.payload_size % 2 == 0) return;
+  const std::uint8_t sum = log_.Sum(at + kRecordHeaderSize, header.payload_size);
+  ForEachStreamKey(static_cast<std::uint8_t>(sum ^ header.payload_checksum), header.record_index,
+                   [this](std::uint8_t key) { ++data_votes_[key]; });
+}
+
+// The upper bytes of a dictionary's count are 0, and its last byte is one, too.
+void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header) {
+  constexpr std::uint32_t kShortest = 8;
+  if (header.client_id != kInfoClientId || header.data_id != kDictionaryDataId ||
+      header.payload_size < kShortest) {
+    return;
+  }
+  const std::uint8_t* const payload = log_.At(at + kRecordHeaderSize);
+  const std::uint8_t key = payload[3];
+  if (payload[2] != key || payload[header.payload_size - 1] != key) return;
+  ForEachStreamKey(key, header.record_index,
+                   [this](std::uint8_t stream_key) { ++dictionary_votes_[stream_key]; });
+}
+
+}  // namespace kestrav::rescue
