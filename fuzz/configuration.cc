@@ -71,21 +71,25 @@ void SetAndReadAgain(TextDocument& document, const Name& name, const std::string
   Require(document.Text() == after, "a value that is there already changes no byte");
 }
 
-void ChangeValues(std::string_view text) {
-  TextDocument document = Parsed(text);
-  const Values values = ValuesOf(text, document);
-  const std::string all = Text::ToUtf8(Text::FromUtf8(text.substr(0, 64)));
+void KeepItsOwnValues(std::string_view text, TextDocument& document, const Values& values) {
   for (const auto& [name, value] : values) {
     if (value.first != Found::kValue) continue;
     Require(!document.Set(name.first, "", name.second, value.second), "its own value changes none");
   }
   Require(document.Text() == text, "its own values change no byte");
-  if (!values.empty()) {
-    const Name first = values.begin()->first;
-    SetAndReadAgain(document, first, all);
-    SetAndReadAgain(document, {first.first, "new"}, "plain");
-    SetAndReadAgain(document, {first.first, all}, "");
-  }
+}
+
+// Sets a value of the text's own choice: one that is there, a new one, in a new section.
+void ChangeAValue(std::string_view text) {
+  TextDocument document = Parsed(text);
+  const Values values = ValuesOf(text, document);
+  KeepItsOwnValues(text, document, values);
+  const std::string all = Text::ToUtf8(Text::FromUtf8(text.substr(0, 64)));
+  const std::size_t choice = values.empty() ? 0 : text.size() % 4;
+  const Name first = values.empty() ? Name() : values.begin()->first;
+  if (choice == 1) SetAndReadAgain(document, first, all);
+  if (choice == 2) SetAndReadAgain(document, {first.first, "new"}, "plain");
+  if (choice == 3) SetAndReadAgain(document, {first.first, all}, "");
   SetAndReadAgain(document, {all, "new"}, all);
 }
 
@@ -144,7 +148,7 @@ void ParseAsClient(std::string_view text) {
 
 void FuzzConfiguration(Input file) {
   const std::string_view text(reinterpret_cast<const char*>(file.data()), file.size());
-  ChangeValues(text);
+  ChangeAValue(text);
   SaveTwice(file);
   ParseAsClient(text);
 }

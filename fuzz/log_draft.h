@@ -29,7 +29,7 @@ struct LogDraft {
   std::uint8_t& HeaderKey() { return header[10]; }
   std::uint8_t& DataKey() { return header[11]; }
   Bytes Joined() const;
-  // Marks the records from 0 on.
+  // Numbers the records from 0 on.
   void NumberAnew();
 
   std::array<std::uint8_t, 128> header{};

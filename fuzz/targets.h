@@ -13,6 +13,7 @@ using Input = std::span<const std::uint8_t>;
 void FuzzDecoder(Input log);
 void FuzzPassThrough(Input log);
 void FuzzRepair(Input log);
+void FuzzRecover(Input log);
 void FuzzDictionary(Input payload);
 void FuzzSettings(Input file);
 void FuzzConfiguration(Input file);
@@ -23,9 +24,13 @@ struct Target {
 };
 
 inline constexpr Target kTargets[] = {
-    {"decoder", FuzzDecoder},   {"pass_through", FuzzPassThrough},
-    {"repair", FuzzRepair},     {"dictionary", FuzzDictionary},
-    {"settings", FuzzSettings}, {"configuration", FuzzConfiguration},
+    {"decoder", FuzzDecoder},
+    {"pass_through", FuzzPassThrough},
+    {"repair", FuzzRepair},
+    {"recover", FuzzRecover},
+    {"dictionary", FuzzDictionary},
+    {"settings", FuzzSettings},
+    {"configuration", FuzzConfiguration},
 };
 
 }  // namespace kestrav::fuzz
