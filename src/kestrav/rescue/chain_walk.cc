@@ -38,7 +38,18 @@ ChainWalk::Step ChainWalk::TakeRecord() {
   LookAhead();
   const bool leads_on = ahead_ != Ahead::kNothing || end_ == log_.Size();
   if (!holds) return leads_on ? Step::kDamagedPayload : Step::kEnd;
-  return leads_on || IsConfirmed() ? Step::kRecord : Step::kUnconfirmed;
+  if (!leads_on && !IsConfirmed()) return Step::kUnconfirmed;
+  if (IsOutOfTime()) return Step::kOutOfTime;
+  time_ = header_.time_stamp;
+  has_time_ = true;
+  return Step::kRecord;
+}
+
+// One header in 256 passes its checksum although its times or ids are damaged.
+bool ChainWalk::IsOutOfTime() const {
+  if (!has_time_ || ahead_ != Ahead::kHeader) return false;
+  const std::uint32_t between = next_.time_stamp - time_;
+  return static_cast<std::int32_t>(between) >= 0 && header_.time_stamp - time_ > between;
 }
 
 void ChainWalk::LookAhead() {

@@ -17,6 +17,7 @@ class ChainWalk {
     kRecord,
     kDamagedHeader,
     kDamagedPayload,
+    kOutOfTime,    // whole, but its time is not between those of its neighbours, which are in order
     kUnconfirmed,  // whole, but what follows it is neither a record's start nor an end; the last
                    // step
     kEnd,
@@ -44,11 +45,14 @@ class ChainWalk {
   bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, std::uint32_t& end,
                int further) const;
   bool IsConfirmed() const;
+  bool IsOutOfTime() const;
 
   const LogView& log_;
   BinaryLogRecordHeader header_;  // of the record looked at
   BinaryLogRecordHeader next_;    // and of the one behind it
   Ahead ahead_ = Ahead::kNothing;
+  bool has_time_ = false;
+  std::uint32_t time_ = 0;  // of the last record that was in time
   std::uint32_t damaged_end_ = 0;
   std::uint32_t offset_ = 0;
   std::uint32_t end_;

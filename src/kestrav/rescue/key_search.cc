@@ -11,7 +11,6 @@ namespace kestrav::rescue {
 namespace {
 
 constexpr std::uint32_t kEnoughPairs = 64;
-constexpr std::uint32_t kSomePairs = 2;
 
 std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
   Crypter crypter;
@@ -44,9 +43,12 @@ std::uint32_t Total(const Votes& votes) {
   return std::accumulate(votes.begin(), votes.end(), std::uint32_t{0});
 }
 
+// Whether the records speak for `key`, even if they speak for another one as well, as those of a
+// log inside a payload do. A key's neighbours get a vote in 256, where 1 stands in place of 0.
 template <class Votes>
 bool Supports(const Votes& votes, std::uint8_t key) {
-  return votes[key] >= std::min(kSomePairs, std::max(1U, votes[Most(votes)]));
+  constexpr std::uint32_t kShare = 8;
+  return votes[key] > 0 && votes[key] >= votes[Most(votes)] / kShare;
 }
 
 }  // namespace
@@ -67,6 +69,7 @@ HeaderReading ReadStreamHeader(const LogView& log) {
   const bool blank = std::all_of(reserved.begin(), reserved.end(), [](auto b) { return b == 0; });
   const bool clocked = reading.fields.clock_rate == Time::kClocksPerSecond;
   reading.magic = read && same == 4;
+  reading.sound = reading.magic && blank;
   reading.usable = reading.magic || (blank && clocked) || (same == 3 && (blank || clocked));
   return reading;
 }
@@ -106,8 +109,8 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
 
 bool KeySearch::IsEnough(const HeaderReading& reading) const {
   return reading.usable && pairs_ >= kEnoughPairs &&
-         header_votes_[reading.fields.header_key] >= kSomePairs &&
-         (Total(data_votes_) == 0 || data_votes_[reading.fields.data_key] >= kSomePairs);
+         Supports(header_votes_, reading.fields.header_key) &&
+         (Total(data_votes_) == 0 || Supports(data_votes_, reading.fields.data_key));
 }
 
 bool KeySearch::AskPair(std::uint32_t& at) {

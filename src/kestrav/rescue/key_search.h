@@ -14,6 +14,7 @@ namespace kestrav::rescue {
 struct HeaderReading {
   BinaryLogStreamHeader fields;  // with the right magic
   bool magic = false;            // it was right
+  bool sound = false;            // and the reserved bytes are 0
   bool usable = false;           // enough of it looks like a stream header to go by its fields
 };
 

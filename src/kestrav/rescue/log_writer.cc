@@ -94,6 +94,10 @@ RecoveryResult LogWriter::WriteRun(const Run& run) {
       if (result != RecoveryResult::kWhole) return result;
       continue;
     }
+    if (step == Step::kOutOfTime) {
+      if (!ListOutOfTime(walk)) return RecoveryResult::kNoMemory;
+      continue;
+    }
     const Loss loss = step == Step::kDamagedHeader ? Loss::kHeader : Loss::kPayload;
     if (!Lose(report_, {walk.Offset(), walk.Bytes(), 1, walk.Index(), loss})) {
       return RecoveryResult::kNoMemory;
@@ -102,6 +106,12 @@ RecoveryResult LogWriter::WriteRun(const Run& run) {
   end_ = run.end;
   next_index_ = run.next_index;
   return RecoveryResult::kWhole;
+}
+
+bool LogWriter::ListOutOfTime(const ChainWalk& walk) {
+  return report_.doubtful.size() >= kMostDoubtful ||
+         Memory::Append(report_.doubtful, DoubtfulRecord{walk.Offset(), walk.Bytes(), walk.Index(),
+                                                         Doubt::kOutOfOrder});
 }
 
 RecoveryResult LogWriter::WriteRecord(const ChainWalk& walk) {
@@ -140,6 +150,7 @@ BinaryLogStreamHeader LogWriter::NewHeader() const {
   }
   if (!reading_.magic) header.clock_rate = Time::kClocksPerSecond;
   header.magic = kStreamMagic;
+  header.reserved = {};
   header.start_time = std::max<std::int64_t>(header.start_time, 1);  // 0 is no time
   header.header_key = keys_.header;
   header.data_key = keys_.data;

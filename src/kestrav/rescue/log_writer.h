@@ -34,6 +34,7 @@ class LogWriter {
   [[nodiscard]] bool PutDictionaryFirst();
   [[nodiscard]] RecoveryResult WriteRun(const Run& run);
   [[nodiscard]] RecoveryResult WriteRecord(const ChainWalk& walk);
+  [[nodiscard]] bool ListOutOfTime(const ChainWalk& walk);
   [[nodiscard]] bool ReportGap(const Run& next);
   BinaryLogStreamHeader NewHeader() const;
   std::uint32_t Duration() const;

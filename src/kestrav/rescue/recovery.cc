@@ -52,7 +52,7 @@ bool Recovery::FindKeys() {
   if (!KeySearch(log_).Find(reading_, keys_)) return false;
   log_.SetKeys(keys_.header, keys_.data);
   if (reading_.magic) log_.SetStatedEnd(reading_.fields.stream_length);
-  report_.stream_header_good = reading_.magic && keys_.agree;
+  report_.stream_header_good = reading_.sound && keys_.agree;
   report_.keys_derived = !keys_.agree;
   report_.data_key_known = keys_.data_known;
   return true;
@@ -96,12 +96,14 @@ bool Recovery::IsWhole() const {
 }
 
 bool Recovery::ListDoubtful(const std::vector<DoubtfulRecord>& unconfirmed) {
-  if (!Memory::Copy(report_.doubtful, unconfirmed)) return false;
+  auto& all = report_.doubtful;
+  if (!Memory::Try([&] { all.insert(all.end(), unconfirmed.begin(), unconfirmed.end()); })) {
+    return false;
+  }
   for (const Judged& one : judged_) {
     if (!one.taken && !ListRun(one)) return false;
   }
-  std::sort(report_.doubtful.begin(), report_.doubtful.end(),
-            [](const auto& a, const auto& b) { return a.offset < b.offset; });
+  std::sort(all.begin(), all.end(), [](auto& a, auto& b) { return a.offset < b.offset; });
   return true;
 }
 

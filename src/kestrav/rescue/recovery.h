@@ -50,7 +50,7 @@ struct StepBack {
 };
 
 struct RecoveryReport {
-  bool stream_header_good = false;  // its magic is right and its keys agree with the records
+  bool stream_header_good = false;  // magic and reserved bytes are right, and its keys agree
   bool keys_derived = false;        // the keys come from the records, not from the stream header
   bool data_key_known = false;      // false: no record tells it, and payloads may be unreadable
   bool dictionary_found = false;    // an intact dictionary record
