@@ -17,9 +17,11 @@
 #include "kestrav/playback/normal_playback.h"
 #include "kestrav/playback/pass_through_playback.h"
 #include "kestrav/playback/polling_playback.h"
+#include "kestrav/rescue/recovery.h"
 #include "reliability/hostile_logs.h"
 #include "support/manual_clock.h"
 #include "support/notification_log.h"
+#include "support/parsed_log.h"
 #include "support/recording_client.h"
 #include "support/short_memory.h"
 #include "support/watchdog.h"
@@ -258,6 +260,25 @@ TEST_P(HostileCorpus, IsRepairedInItsSummaryAloneOrNotAtAll) {
     }
   }
   EXPECT_EQ(content, expected);
+}
+
+TEST_P(HostileCorpus, IsRecoveredToALogThatIsReadToItsEnd) {
+  BytesOutputStream out;
+  RecoveryReport report;
+  const RecoveryResult result = RecoverLog(Log(), &out, report);
+  const Bytes recovered = out.Content();
+  if (result == RecoveryResult::kNothingFound) {
+    EXPECT_TRUE(recovered.empty());
+    EXPECT_EQ(report.records, 0u);
+    return;
+  }
+  EXPECT_THAT(result, testing::AnyOf(RecoveryResult::kWhole, RecoveryResult::kDamaged));
+  // The strictest reading there is: no byte that belongs to no record, no gap, every checksum
+  // right.
+  const ParsedLog parsed = ParseLog(recovered);
+  EXPECT_EQ(parsed.error, "");
+  EXPECT_EQ(parsed.stream_length, recovered.size());
+  EXPECT_EQ(parsed.records.size(), report.records + (report.dictionary_moved ? 1u : 0u));
 }
 
 }  // namespace
