@@ -32,6 +32,10 @@ ChainWalk::Step ChainWalk::Next() {
 
 ChainWalk::Step ChainWalk::TakeRecord() {
   header_ = next_;
+  if (has_time_ && static_cast<std::int32_t>(header_.time_stamp - time_) < 0) {
+    ahead_ = Ahead::kNothing;
+    return Step::kEnd;
+  }
   const bool holds = log_.PayloadHolds(offset_, header_);
   end_ += kRecordHeaderSize + header_.payload_size;
   ++index_;
@@ -63,7 +67,8 @@ void ChainWalk::LookAhead() {
 }
 
 // One changed bit shows in the header's sum, which tells its place in its byte. So only four other
-// sizes are possible. A sound header of another index is no damaged one.
+// sizes are possible. The longest that leads on holds: a shorter one may lead to a record inside
+// the payload. A sound header of another index is no damaged one.
 bool ChainWalk::StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& end,
                           int further) const {
   BinaryLogRecordHeader other;
@@ -72,19 +77,21 @@ bool ChainWalk::StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& 
   }
   const auto key = static_cast<std::uint32_t>(wide::Repeat(log_.HeaderKey(index)));
   const std::uint32_t size = Memory::GetLittleEndian<std::uint32_t>(log_.At(at) + kSizeAt) ^ key;
-  if (LeadsOn(at, size, index, end, further)) return true;
   const std::uint32_t changed = XorSum(log_.At(at), kRecordHeaderSize) ^ kRecordMarker;
-  if (std::popcount(changed) != 1) return false;
-  for (std::uint32_t shift = 0; shift < 32; shift += 8) {
-    if (LeadsOn(at, size ^ changed << shift, index, end, further)) return true;
+  const std::uint32_t shifts = std::popcount(changed) == 1 ? 32 : 0;
+  std::uint32_t longest = LeadsOn(at, size, index, further) ? size : 0;
+  for (std::uint32_t shift = 0; shift < shifts; shift += 8) {
+    const std::uint32_t other_size = size ^ changed << shift;
+    if (other_size > longest && LeadsOn(at, other_size, index, further)) longest = other_size;
   }
-  return false;
+  end = at + kRecordHeaderSize + longest;
+  return longest > 0;
 }
 
 bool ChainWalk::LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index,
-                        std::uint32_t& end, int further) const {
+                        int further) const {
   if (size == 0 || size > log_.Size() - at - kRecordHeaderSize) return false;
-  end = at + kRecordHeaderSize + size;
+  const std::uint32_t end = at + kRecordHeaderSize + size;
   BinaryLogRecordHeader header;
   std::uint32_t ignored = 0;
   return end == log_.Size() || log_.ReadHeaderOf(index + 1, end, header) ||
@@ -96,10 +103,10 @@ bool ChainWalk::LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t inde
 // none, or reach to the end of the file: bytes that the system had not yet written.
 bool ChainWalk::IsConfirmed() const {
   if (end_ == log_.StatedEnd()) return true;
+  BinaryLogRecordHeader other;
+  if (log_.ReadKeyedHeader(end_, other)) return false;
   const std::uint8_t* const next = log_.At(end_);
-  if (*next == (kRecordMarker ^ log_.HeaderKey(index_))) return true;
-  BinaryLogRecordHeader header;
-  if (log_.ReadKeyedHeader(end_, header) || log_.IsZeroFrom(end_)) return true;
+  if (*next == (kRecordMarker ^ log_.HeaderKey(index_)) || log_.IsZeroFrom(end_)) return true;
   const std::uint32_t seen = std::min(log_.Size() - end_, kRecordHeaderSize);
   return next[-1] != 0 && std::all_of(next, next + seen, [](std::uint8_t b) { return b == 0; });
 }

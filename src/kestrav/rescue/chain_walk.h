@@ -8,9 +8,9 @@
 
 namespace kestrav::rescue {
 
-// Walks records that stand one behind the other with rising indices. A damaged record ends the walk
-// only when its size, as it stands or with one bit changed, does not lead to the next record: what
-// its payload holds, be it a whole log, is never looked at then.
+// Walks records that stand one behind the other with rising indices and no step back in time. A
+// damaged record ends the walk only when its size, as it stands or with one bit changed, does not
+// lead to the next record: what its payload holds, be it a whole log, is never looked at then.
 class ChainWalk {
  public:
   enum class Step : std::uint8_t {
@@ -42,8 +42,7 @@ class ChainWalk {
   // Looks at what stands at `end_` and is to be the record `index_`.
   void LookAhead();
   bool StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& end, int further) const;
-  bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, std::uint32_t& end,
-               int further) const;
+  bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, int further) const;
   bool IsConfirmed() const;
   bool IsOutOfTime() const;
 

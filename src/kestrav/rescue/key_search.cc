@@ -5,12 +5,14 @@
 
 #include "kestrav/clients/dictionary_record.h"
 #include "kestrav/host/io/memory_stream.h"
+#include "kestrav/host/memory/try.h"
 #include "kestrav/host/time/source.h"
 
 namespace kestrav::rescue {
 namespace {
 
 constexpr std::uint32_t kEnoughPairs = 64;
+constexpr std::size_t kKeys = 256;
 
 std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
   Crypter crypter;
@@ -75,27 +77,47 @@ HeaderReading ReadStreamHeader(const LogView& log) {
 }
 
 bool KeySearch::Find(const HeaderReading& reading, FoundKeys& keys) {
-  if (!AskRecords(reading)) return false;
-  const BinaryLogStreamHeader& header = reading.fields;
-  const bool asked = Total(header_votes_) > 0;
-  const bool header_agrees = asked ? Supports(header_votes_, header.header_key) : reading.usable;
-  keys.header = header_agrees || !asked ? header.header_key : Most(header_votes_);
-  const Votes& tell = Total(data_votes_) > 0 ? data_votes_ : dictionary_votes_;
-  const bool told = Total(tell) > 0 && (&tell == &data_votes_ || !reading.usable);
-  const bool data_agrees = told ? Supports(tell, header.data_key) : reading.usable;
-  keys.data = data_agrees || !told ? header.data_key : Most(tell);
-  keys.data_known = told || reading.usable;
+  const bool ready = Memory::Try([this] {
+    all_.data.resize(kKeys);
+    all_.dictionary.resize(kKeys);
+    start_.data.resize(kKeys);
+  });
+  if (!ready || !AskRecords(reading)) return false;
+  const bool header_agrees = Decide(Total(start_.header) > 0 ? start_.header : all_.header, 1,
+                                    reading.usable, reading.fields.header_key, keys.header);
+  // A single payload may be damaged, so a usable stream header is believed against one.
+  const std::uint32_t enough = reading.usable ? 2 : 1;
+  const Votes& start = start_.data[keys.header];
+  const Votes& all = all_.data[keys.header];
+  const bool data_agrees = Decide(start[Most(start)] >= enough ? start : all, enough,
+                                  reading.usable, reading.fields.data_key, keys.data);
+  const Votes& dictionary = all_.dictionary[keys.header];
+  keys.data_known = reading.usable || Total(all) + Total(dictionary) > 0;
+  if (!reading.usable && Total(all) == 0 && Total(dictionary) > 0) keys.data = Most(dictionary);
   keys.agree = header_agrees && data_agrees;
   return true;
 }
 
+// Sets `key` to what the stream header states or, if that is not usable or at least `enough` votes
+// say otherwise, to what the votes say. Whether it is what is stated.
+bool KeySearch::Decide(const Votes& votes, std::uint32_t enough, bool usable, std::uint8_t stated,
+                       std::uint8_t& key) {
+  const std::uint8_t most = Most(votes);
+  const bool agrees = usable && (votes[most] < enough || Supports(votes, stated));
+  key = agrees || votes[most] == 0 ? stated : most;
+  return agrees;
+}
+
 // From record to record while they follow each other, else from one place that looks like a header
-// to the next.
+// to the next. The records from where a log begins tell most.
 bool KeySearch::AskRecords(const HeaderReading& reading) {
   std::uint32_t at = kStreamHeaderSize;
-  if (at < log_.Size() && AskPair(at)) {
+  BinaryLogRecordHeader first;
+  if (log_.ReadHeader(at, first) && first.record_index == 0) {
+    ++start_.header[KeyOf(log_, at)];
     while (!IsEnough(reading) && AskPair(at)) {
     }
+    std::copy(all_.data.begin(), all_.data.end(), start_.data.begin());
   } else {
     at = 0;
   }
@@ -108,9 +130,10 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
 }
 
 bool KeySearch::IsEnough(const HeaderReading& reading) const {
-  return reading.usable && pairs_ >= kEnoughPairs &&
-         Supports(header_votes_, reading.fields.header_key) &&
-         (Total(data_votes_) == 0 || Supports(data_votes_, reading.fields.data_key));
+  if (!reading.usable || pairs_ < kEnoughPairs) return false;
+  const Votes& data = all_.data[reading.fields.header_key];
+  return Supports(all_.header, reading.fields.header_key) &&
+         (Total(data) == 0 || Supports(data, reading.fields.data_key));
 }
 
 bool KeySearch::AskPair(std::uint32_t& at) {
@@ -128,26 +151,29 @@ bool KeySearch::AskPair(std::uint32_t& at) {
   bool agrees = false;
   ForEachStreamKey(KeyOf(log_, at), first.record_index, [&](std::uint8_t key) {
     const bool both = is_last || RecordKey(key, second.record_index) == KeyOf(log_, end);
-    if (both) ++header_votes_[key];
-    agrees |= both;
+    if (!both) return;
+    ++all_.header[key];
+    AskPayload(at, first, key);
+    AskDictionary(at, first, key);
+    agrees = true;
   });
   if (!agrees) return false;
-  AskPayload(at, first);
-  AskDictionary(at, first);
   ++pairs_;
   at = end;
   return true;
 }
 
-void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header) {
+void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header,
+                           std::uint8_t header_key) {
   if (header.payload_size % 2 == 0) return;
   const std::uint8_t sum = log_.Sum(at + kRecordHeaderSize, header.payload_size);
   ForEachStreamKey(static_cast<std::uint8_t>(sum ^ header.payload_checksum), header.record_index,
-                   [this](std::uint8_t key) { ++data_votes_[key]; });
+                   [&](std::uint8_t key) { ++all_.data[header_key][key]; });
 }
 
 // The upper bytes of a dictionary's count are 0, and its last byte is one, too.
-void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header) {
+void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header,
+                              std::uint8_t header_key) {
   constexpr std::uint32_t kShortest = 8;
   if (header.client_id != kInfoClientId || header.data_id != kDictionaryDataId ||
       header.payload_size < kShortest) {
@@ -157,7 +183,7 @@ void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& hea
   const std::uint8_t key = payload[3];
   if (payload[2] != key || payload[header.payload_size - 1] != key) return;
   ForEachStreamKey(key, header.record_index,
-                   [this](std::uint8_t stream_key) { ++dictionary_votes_[stream_key]; });
+                   [&](std::uint8_t stream_key) { ++all_.dictionary[header_key][stream_key]; });
 }
 
 }  // namespace kestrav::rescue

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "kestrav/format/record_header.h"
 #include "kestrav/format/stream_header.h"
@@ -40,18 +41,26 @@ class KeySearch {
 
  private:
   using Votes = std::array<std::uint32_t, 256>;
+  struct Ballot {
+    Votes header{};
+    std::vector<Votes> data;  // for each header key, so that no foreign record has a say
+    std::vector<Votes> dictionary;
+  };
 
+  static bool Decide(const Votes& votes, std::uint32_t enough, bool usable, std::uint8_t stated,
+                     std::uint8_t& key);
   [[nodiscard]] bool AskRecords(const HeaderReading& reading);
   // The records that stand from `at` on; moves `at` behind what they tell.
   bool AskPair(std::uint32_t& at);
-  void AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header);
-  void AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header);
+  // `header_key`: the one that goes with the record.
+  void AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header, std::uint8_t header_key);
+  void AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header,
+                     std::uint8_t header_key);
   bool IsEnough(const HeaderReading& reading) const;
 
   LogView& log_;
-  Votes header_votes_{};
-  Votes data_votes_{};
-  Votes dictionary_votes_{};
+  Ballot all_;
+  Ballot start_;  // of the records that stand one behind the other from the first one on
   std::uint32_t pairs_ = 0;
 };
 

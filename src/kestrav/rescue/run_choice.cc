@@ -1,17 +1,21 @@
 #include "kestrav/rescue/run_choice.h"
 
 #include <algorithm>
-#include <cstring>
 #include <numeric>
 
 #include "kestrav/format/stream_header.h"
 #include "kestrav/host/memory/try.h"
 #include "kestrav/rescue/chain_walk.h"
+#include "kestrav/rescue/copy_split.h"
 
 namespace kestrav::rescue {
 namespace {
 
+constexpr int kRounds = 4;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
+
+// What begins where a log begins is this log.
+bool IsStart(const Run& run) { return run.begin == kStreamHeaderSize && run.index == 0; }
 
 // The chain with the most records that can stand in front of a run: of all runs that end by its
 // begin and whose indices are below its own. A tree of maxima over the indices.
@@ -37,6 +41,7 @@ class Heaviest {
     for (std::uint32_t i = 0; i < judged.size(); ++i) {
       const Run& run = judged[i].run;
       while (judged[by_end_[entered]].run.end <= run.begin) Enter(judged, by_end_[entered++]);
+      if (judged[i].rejected) continue;
       before_[i] = Best(run.index);
       weights_[i] = Weight(run) + (before_[i] == kNone ? 0 : weights_[before_[i]]);
       if (heaviest == kNone || weights_[i] > weights_[heaviest]) heaviest = i;
@@ -47,15 +52,13 @@ class Heaviest {
   std::uint32_t Before(std::uint32_t run) const { return before_[run]; }
 
  private:
-  // What begins where a log begins is this log. A log inside a payload counts when there is nothing
-  // else.
   static std::uint64_t Weight(const Run& run) {
     constexpr std::uint64_t kCertain = std::uint64_t{1} << 40;
-    if (run.begin == kStreamHeaderSize && run.index == 0) return kCertain + run.records;
-    return run.embedded ? 1 : run.records;
+    return run.records + (IsStart(run) ? kCertain : 0);
   }
 
   void Enter(const std::vector<Judged>& judged, std::uint32_t run) {
+    if (judged[run].rejected) return;
     const auto rank = std::lower_bound(ends_.begin(), ends_.end(), judged[run].run.next_index);
     for (auto slot = static_cast<std::size_t>(rank - ends_.begin()) + 1; slot < tree_.size();
          slot += slot & (~slot + 1)) {
@@ -95,67 +98,50 @@ bool IsLater(std::uint32_t time, std::uint32_t than) {
 }
 
 // Whether the bytes between two runs are accounted for by the indices between them.
-bool IsExplained(std::uint32_t bytes, std::uint32_t missing) { return bytes == 0 || missing > 0; }
+bool IsExplained(std::uint32_t bytes, std::uint32_t missing) {
+  return (bytes > 0) == (missing > 0);
+}
+
+// Where a run ends for the one behind it. An unconfirmed record at its end counts unless that one
+// begins in it.
+std::uint32_t EndOf(const Run& run, const Run& behind) {
+  return run.tail_end != 0 && run.tail_end <= behind.begin ? run.tail_end : run.end;
+}
 
 }  // namespace
 
 bool RunChoice::Choose(const std::vector<Run>& runs, std::vector<Judged>& judged) {
-  if (!SplitCopies(runs, judged) || !TakeHeaviest(judged)) return false;
-  DropWeak(judged);
+  std::vector<Run> pieces;
+  if (!CopySplit(log_).Split(runs, pieces)) return false;
+  for (const Run& piece : pieces) {
+    if (!Memory::Append(judged, Judged{piece})) return false;
+  }
+  RejectEmbedded(judged);
+  for (int round = 0; round < kRounds; ++round) {
+    if (!TakeHeaviest(judged)) return false;
+    bool dropped = false;
+    if (!DropWeak(judged, dropped)) return false;
+    if (!dropped) break;
+  }
+  for (const Judged& head : heads_) {
+    if (!Memory::Append(judged, head)) return false;
+  }
   return NameDoubts(judged);
 }
 
-bool RunChoice::SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& judged) const {
-  const Run* earlier = nullptr;
-  for (const Run& found : runs) {
-    Run run = found;
-    Run copies;
-    if (earlier != nullptr && Split(*earlier, run, copies) &&
-        !Memory::Append(judged, Judged{copies})) {
-      return false;
-    }
-    if (!Memory::Append(judged, Judged{run})) return false;
-    if (found.records > 1) earlier = &found;
-  }
-  return true;
-}
-
-bool RunChoice::Split(const Run& earlier, Run& run, Run& copies) const {
-  if (run.begin < earlier.end || run.index < earlier.index || run.index >= earlier.next_index ||
-      run.next_index <= earlier.next_index) {
-    return false;
-  }
-  ChainWalk original(log_, earlier.begin, earlier.index);
-  while (original.Next() != ChainWalk::Step::kEnd && original.Index() < run.index) {
-  }
-  if (original.Index() != run.index ||
-      std::memcmp(log_.At(original.Offset()), log_.At(run.begin), kRecordHeaderSize) != 0) {
-    return false;
-  }
-  copies = run;
-  copies.records = 0;
-  ChainWalk walk(log_, run.begin, run.index);
-  ChainWalk::Step step;
-  while ((step = walk.Next()) != ChainWalk::Step::kEnd) {
-    if (step != ChainWalk::Step::kRecord) continue;
-    if (walk.Index() >= earlier.next_index) break;
-    ++copies.records;
-    copies.end = walk.End();
-    copies.next_index = walk.Index() + 1;
-    copies.last_time = walk.Header().time_stamp;
-  }
-  run.begin = walk.Offset();
-  run.index = walk.Index();
-  run.first_time = walk.Header().time_stamp;
-  run.records -= copies.records;
-  run.continues = true;
-  return true;
+// A log inside a payload counts when there is nothing else.
+void RunChoice::RejectEmbedded(std::vector<Judged>& judged) {
+  const bool others = std::any_of(judged.begin(), judged.end(), [](const Judged& one) {
+    return !one.run.embedded && (one.run.records > 1 || IsStart(one.run));
+  });
+  for (Judged& one : judged) one.rejected = others && one.run.embedded;
 }
 
 bool RunChoice::TakeHeaviest(std::vector<Judged>& judged) const {
   if (judged.empty()) return true;
   return Memory::Try([&] {
     Heaviest heaviest(judged);
+    for (Judged& one : judged) one.taken = false;
     for (std::uint32_t i = heaviest.Find(judged); i != kNone; i = heaviest.Before(i)) {
       judged[i].taken = true;
     }
@@ -163,13 +149,13 @@ bool RunChoice::TakeHeaviest(std::vector<Judged>& judged) const {
 }
 
 // Against the nearest runs that are taken so far.
-void RunChoice::DropWeak(std::vector<Judged>& judged) {
+bool RunChoice::DropWeak(std::vector<Judged>& judged, bool& dropped) {
   std::uint32_t longest = 0;
   for (const Judged& one : judged) {
     if (one.taken) longest = std::max(longest, one.run.records);
   }
   const auto is_sure = [&](const Run& run) {
-    return run.records >= std::min(longest, kLongRun) || run.continues;
+    return run.records >= std::min(longest, kLongRun) || run.continues || IsStart(run);
   };
   for (const Judged& one : judged) {
     if (one.taken && is_sure(one.run)) KnowIds(one.run);
@@ -178,22 +164,62 @@ void RunChoice::DropWeak(std::vector<Judged>& judged) {
   for (std::size_t i = 0; i < judged.size(); ++i) {
     Judged& one = judged[i];
     if (!one.taken) continue;
-    if (!is_sure(one.run) && !IsPlausible(before, one.run, NextTaken(judged, i + 1))) {
+    const Run* const behind = NextTaken(judged, i + 1);
+    if (before != nullptr && IsHeadStray(*before, one.run) && !CutHead(one.run)) return false;
+    const bool fits =
+        is_sure(one.run) ? !IsStray(before, one.run, behind) : IsPlausible(before, one.run, behind);
+    if (!fits) {
       one.taken = false;
+      one.rejected = true;
       one.doubt = Doubt::kWeakEvidence;
+      dropped = true;
       continue;
     }
     before = &one.run;
   }
+  return true;
+}
+
+// Whether time goes back from the run to the next one, and would not without it.
+bool RunChoice::IsStray(const Run* before, const Run& run, const Run* behind) const {
+  if (before == nullptr || behind == nullptr || run.end == behind->begin) return false;
+  return !IsLater(behind->first_time, run.last_time) &&
+         IsLater(behind->first_time, before->last_time) && behind->records >= kLongRun;
+}
+
+// The first record of a run may be one inside the payload of the damaged record in front of it: it
+// is, for all that is known, where bytes in front of it belong to no missing record.
+bool RunChoice::IsHeadStray(const Run& before, const Run& run) const {
+  return !run.continues && !IsStart(run) && run.records > 1 && before.next_index == run.index &&
+         EndOf(before, run) != run.begin;
+}
+
+bool RunChoice::CutHead(Run& run) {
+  ChainWalk walk(log_, run.begin, run.index);
+  ChainWalk::Step step = walk.Next();
+  while (step != ChainWalk::Step::kEnd && (step = walk.Next()) != ChainWalk::Step::kRecord) {
+  }
+  if (step == ChainWalk::Step::kEnd) return true;
+  Judged head{run, false, true, Doubt::kWeakEvidence};
+  head.run.end = walk.Offset();
+  head.run.tail_end = 0;
+  head.run.records = 1;
+  head.run.next_index = walk.Index();
+  run.begin = walk.Offset();
+  run.index = walk.Index();
+  run.first_time = walk.Header().time_stamp;
+  --run.records;
+  return Memory::Append(heads_, head);
 }
 
 bool RunChoice::IsPlausible(const Run* before, const Run& run, const Run* behind) const {
-  const std::uint32_t from = before == nullptr ? kStreamHeaderSize : before->end;
+  const std::uint32_t from = before == nullptr ? kStreamHeaderSize : EndOf(*before, run);
   const std::uint32_t index = before == nullptr ? 0 : before->next_index;
   if (run.begin < from || !IsExplained(run.begin - from, run.index - index)) return false;
+  if (before != nullptr && run.begin == from) return true;
   if (before != nullptr && !IsLater(run.first_time, before->last_time)) return false;
   if (behind == nullptr) return HasKnownIds(run);
-  return IsExplained(behind->begin - run.end, behind->index - run.next_index) &&
+  return IsExplained(behind->begin - EndOf(run, *behind), behind->index - run.next_index) &&
          IsLater(behind->first_time, run.last_time) && HasKnownIds(run);
 }
 

@@ -13,6 +13,7 @@ namespace kestrav::rescue {
 struct Judged {
   Run run;
   bool taken = false;
+  bool rejected = false;             // it cannot be
   Doubt doubt = Doubt::kOutOfOrder;  // why it is not
 };
 
@@ -24,16 +25,18 @@ class RunChoice {
   // `known_ids`: for each client id whether records of longer runs have it.
   RunChoice(const LogView& log, std::vector<bool>& known_ids) : log_(log), known_ids_(known_ids) {}
 
-  // Leaves the runs in `judged`, ascending by begin; one that begins with copies of the records in
-  // front of it is split. false: memory is short.
+  // Leaves the runs in `judged`, ascending by begin, cut where copies of earlier records end.
+  // false: memory is short.
   [[nodiscard]] bool Choose(const std::vector<Run>& runs, std::vector<Judged>& judged);
 
  private:
-  [[nodiscard]] bool SplitCopies(const std::vector<Run>& runs, std::vector<Judged>& judged) const;
-  // Splits `run` where the records end that `earlier` has too. false: it does not begin with such.
-  bool Split(const Run& earlier, Run& run, Run& copies) const;
+  static void RejectEmbedded(std::vector<Judged>& judged);
   [[nodiscard]] bool TakeHeaviest(std::vector<Judged>& judged) const;
-  void DropWeak(std::vector<Judged>& judged);
+  // false: memory is short.
+  [[nodiscard]] bool DropWeak(std::vector<Judged>& judged, bool& dropped);
+  bool IsStray(const Run* before, const Run& run, const Run* behind) const;
+  bool IsHeadStray(const Run& before, const Run& run) const;
+  [[nodiscard]] bool CutHead(Run& run);
   bool IsPlausible(const Run* before, const Run& run, const Run* behind) const;
   void KnowIds(const Run& run);
   bool HasKnownIds(const Run& run) const;
@@ -41,6 +44,7 @@ class RunChoice {
 
   const LogView& log_;
   std::vector<bool>& known_ids_;
+  std::vector<Judged> heads_;  // single records that were cut off
 };
 
 }  // namespace kestrav::rescue

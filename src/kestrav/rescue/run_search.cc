@@ -47,6 +47,8 @@ SearchResult RunSearch::TakeRun(std::uint32_t& at, std::uint32_t index) {
   Run run;
   run.begin = at;
   run.index = index;
+  const auto embedded_end = EmbeddedEnd(at);
+  run.embedded = embedded_end.has_value();
   ChainWalk walk(log_, at, index);
   Step step;
   while ((step = walk.Next()) != Step::kEnd && step != Step::kUnconfirmed) {
@@ -61,6 +63,11 @@ SearchResult RunSearch::TakeRun(std::uint32_t& at, std::uint32_t index) {
     if (run.records == 0) run.first_time = header.time_stamp;
     run.last_time = header.time_stamp;
     if (++run.records >= kLongRun) known_ids_[header.client_id] = true;
+    if (walk.End() == embedded_end) break;
+  }
+  if (step == Step::kUnconfirmed && run.records > 0 && walk.Offset() == run.end) {
+    run.tail_end = walk.End();
+    run.next_index = walk.Index() + 1;
   }
   // Behind a run it is found again when the search goes on there.
   if (step == Step::kUnconfirmed && run.records == 0 && unconfirmed_.size() < kMostDoubtful &&
@@ -77,15 +84,22 @@ SearchResult RunSearch::Keep(Run& run, std::uint32_t& at) {
   const bool is_single = run.records < 2 && run.begin != kStreamHeaderSize;
   at = is_single || run.records == 0 ? run.begin + 1 : run.end;
   if (run.records == 0 || (is_single && runs_.size() >= kMostSingles)) return SearchResult::kDone;
-  run.embedded = IsEmbedded(run.begin, run.index);
   if (!Memory::Append(runs_, run)) return SearchResult::kNoMemory;
   if (run.end == log_.StatedEnd()) log_.Shorten(run.end);
   return SearchResult::kDone;
 }
 
-bool RunSearch::IsEmbedded(std::uint32_t at, std::uint32_t index) const {
-  return index == 0 && at > kStreamHeaderSize &&
-         Memory::GetLittleEndian<std::uint32_t>(log_.At(at - kStreamHeaderSize)) == kStreamMagic;
+// The recorder never writes a stream header between records. In a scrambled payload each of its
+// bytes is changed by the same one.
+std::optional<std::uint32_t> RunSearch::EmbeddedEnd(std::uint32_t at) const {
+  if (at <= kStreamHeaderSize) return std::nullopt;
+  constexpr std::uint32_t kLengthAt = 16;
+  const std::uint8_t* const header = log_.At(at - kStreamHeaderSize);
+  const auto magic = Memory::GetLittleEndian<std::uint32_t>(header) ^ kStreamMagic;
+  const auto key = static_cast<std::uint32_t>(wide::Repeat(static_cast<std::uint8_t>(magic)));
+  if (magic != key) return std::nullopt;
+  const auto length = Memory::GetLittleEndian<std::uint32_t>(header + kLengthAt) ^ key;
+  return at - kStreamHeaderSize + length;
 }
 
 }  // namespace kestrav::rescue

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <vector>
 
 #include "kestrav/rescue/log_view.h"
@@ -15,12 +16,13 @@ struct Run {
   std::uint32_t begin = 0;
   std::uint32_t end = 0;
   std::uint32_t index = 0;       // of what stands at `begin`
-  std::uint32_t next_index = 0;  // of what would stand at `end`
+  std::uint32_t next_index = 0;  // of what would stand behind it
+  std::uint32_t tail_end = 0;    // of an unconfirmed record that stands at `end`; 0: there is none
   std::uint32_t records = 0;     // whole ones
   std::uint32_t first_time = 0;
   std::uint32_t last_time = 0;
-  bool embedded = false;   // a stream header stands in front of it, but not at the start of the log
-  bool continues = false;  // records in front of it are copies of earlier ones
+  bool embedded = false;   // it begins behind a stream header inside the log
+  bool continues = false;  // a run was cut in front of it, behind copies of earlier records
 };
 
 // Where a walk over the log is, for those who wait. false: it is to end.
@@ -49,7 +51,9 @@ class RunSearch {
   // goes on.
   [[nodiscard]] SearchResult TakeRun(std::uint32_t& at, std::uint32_t index);
   [[nodiscard]] SearchResult Keep(Run& run, std::uint32_t& at);
-  bool IsEmbedded(std::uint32_t at, std::uint32_t index) const;
+  // Where a log ends, by its stream header, whose first record is the one at `at`. Nothing: none is
+  // known to begin there inside this log.
+  std::optional<std::uint32_t> EmbeddedEnd(std::uint32_t at) const;
   bool IsTime(std::uint32_t at);
 
   LogView& log_;
