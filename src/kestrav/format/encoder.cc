@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "kestrav/format/record_header.h"
+#include "kestrav/format/scramble_copy.h"
 #include "kestrav/format/xor_copy.h"
 #include "kestrav/host/time/source.h"
 
@@ -33,24 +34,38 @@ struct Content {
   std::uint32_t time_stamp;
 };
 
-// One pass over the payload: checksum, scrambling where it stands, and copy.
-[[gnu::always_inline]] inline void MakeRecord(std::uint8_t* out, const Content& content,
-                                              const BinaryEncoder::Keys& keys) {
-  std::uint8_t* const in = content.payload;
-  std::uint8_t* const copy = out + kRecordHeaderSize;
-  const std::uint8_t checksum =
-      keys.data == 0 ? XorCopy(copy, in, content.size, 0)
-                     : XorEach(in, content.size, keys.data, [=](std::size_t at, auto bytes) {
-                         std::memcpy(in + at, &bytes, sizeof(bytes));
-                         std::memcpy(copy + at, &bytes, sizeof(bytes));
-                       });
+// Payloads up to this size are scrambled without a call.
+constexpr std::uint32_t kSmallPayload = 64;
+
+// One pass over the payload each: checksum, scrambling where it stands, and copy.
+[[gnu::always_inline]] inline std::uint8_t TakeSmallPayload(std::uint8_t* out, std::uint8_t* in,
+                                                            std::uint32_t size, std::uint8_t key) {
+  if (key == 0) [[unlikely]] {
+    return XorEachOfFew(in, size, key, [=](std::size_t at, auto bytes) {
+      std::memcpy(out + at, &bytes, sizeof(bytes));
+    });
+  }
+  return XorEachOfFew(in, size, key, [=](std::size_t at, auto bytes) {
+    std::memcpy(in + at, &bytes, sizeof(bytes));
+    std::memcpy(out + at, &bytes, sizeof(bytes));
+  });
+}
+
+std::uint8_t TakePayload(std::uint8_t* out, std::uint8_t* in, std::uint32_t size,
+                         std::uint8_t key) {
+  return key == 0 ? XorCopy(out, in, size, 0) : ScrambleCopy(in, out, size, key);
+}
+
+[[gnu::always_inline]] inline void MakeHeader(std::uint8_t* out, const Content& content,
+                                              const BinaryEncoder::Keys& keys,
+                                              std::uint8_t payload_checksum) {
   BinaryLogRecordHeader header;
   header.record_index = keys.index;
   header.client_id = content.client_id;
   header.data_id = content.data_id;
   header.time_stamp = content.time_stamp;
   header.payload_size = content.size;
-  header.Seal(checksum);
+  header.Seal(payload_checksum);
   header.Serialize(out, keys.header);
 }
 
@@ -102,20 +117,22 @@ bool BinaryEncoder::WriteStreamHeader() {
   return true;
 }
 
-// The usual case calls nothing: a plain message, and room in the stream.
+// The usual case calls nothing: a plain message with a small payload, and room in the stream.
 bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& message) {
   if (!message || !IsStreamValid()) return false;
   LogMessage& plain = *message;
   const Content content = {plain.LogMessage::GetDataPointer(), plain.LogMessage::GetDataSize(),
                            plain.LogMessage::GetClientID(), plain.LogMessage::GetDataID(),
                            plain.time_stamp};
-  if (&typeid(plain) != &typeid(LogMessage) || content.size > kLargestPayload) {
+  if (&typeid(plain) != &typeid(LogMessage) || content.size > kSmallPayload) {
     return WriteOtherRecord(plain);
   }
   const std::uint32_t size = content.size + kRecordHeaderSize;
   std::uint8_t* const room = Stream()->Room(size);
   if (room == nullptr) return WriteOtherRecord(plain);
-  MakeRecord(room, content, NextKeys());
+  const Keys keys = NextKeys();
+  MakeHeader(room, content, keys,
+             TakeSmallPayload(room + kRecordHeaderSize, content.payload, content.size, keys.data));
   Stream()->Commit(size);
   CountRecord(size, content.time_stamp);
   return true;
@@ -130,7 +147,10 @@ bool BinaryEncoder::WriteOtherRecord(LogMessage& message) {
   Io::IOutputStream& stream = *Stream();
   std::uint8_t* const room = stream.Reserve(size);
   if (room == nullptr && !record_.Resize(size)) return false;
-  MakeRecord(room != nullptr ? room : record_.Data(), content, NextKeys());
+  std::uint8_t* const out = room != nullptr ? room : record_.Data();
+  const Keys keys = NextKeys();
+  MakeHeader(out, content, keys,
+             TakePayload(out + kRecordHeaderSize, content.payload, content.size, keys.data));
   if (room != nullptr) {
     stream.Commit(size);
   } else if (!stream.Write(record_.Data(), size)) {

@@ -36,7 +36,35 @@ inline std::uint8_t Fold(std::uint64_t word) {
 }  // namespace wide
 
 // Hands `size` bytes from `in`, each XORed with `key`, to `put(offset, value)` in pieces of 16, 8
-// or 1 bytes and returns the XOR of the bytes as they stand in `in`.
+// or 1 bytes and returns the XOR of the bytes as they stand in `in`. `XorEach` is for any size,
+// this for small ones.
+template <class Put>
+[[gnu::always_inline]] inline std::uint8_t XorEachOfFew(const std::uint8_t* in, std::size_t size,
+                                                        std::uint8_t key, Put put,
+                                                        std::size_t at = 0,
+                                                        wide::Vector sum = wide::Vector{0, 0}) {
+  const std::uint64_t word_key = wide::Repeat(key);
+  for (const std::size_t end = size & ~std::size_t{15}; at < end; at += 16) {
+    const wide::Vector bytes = wide::Load(in + at);
+    sum ^= bytes;
+    put(at, bytes ^ wide::Vector{word_key, word_key});
+  }
+  std::uint64_t word_sum = sum[0] ^ sum[1];
+  if ((size & 8) != 0) {
+    std::uint64_t bytes;
+    std::memcpy(&bytes, in + at, sizeof(bytes));
+    word_sum ^= bytes;
+    put(at, bytes ^ word_key);
+    at += 8;
+  }
+  std::uint8_t result = wide::Fold(word_sum);
+  for (; at < size; ++at) {
+    result ^= in[at];
+    put(at, static_cast<std::uint8_t>(in[at] ^ key));
+  }
+  return result;
+}
+
 template <class Put>
 [[gnu::always_inline]] inline std::uint8_t XorEach(const std::uint8_t* in, std::size_t size,
                                                    std::uint8_t key, Put put) {
@@ -65,25 +93,7 @@ template <class Put>
     } while (size - at >= 64);
     sum = (sum ^ sum1) ^ (sum2 ^ sum3);
   }
-  for (; size - at >= 16; at += 16) {
-    const wide::Vector bytes = wide::Load(in + at);
-    sum ^= bytes;
-    put(at, bytes ^ vector_key);
-  }
-  std::uint64_t word_sum = sum[0] ^ sum[1];
-  if (size - at >= 8) {
-    std::uint64_t bytes;
-    std::memcpy(&bytes, in + at, sizeof(bytes));
-    word_sum ^= bytes;
-    put(at, bytes ^ word_key);
-    at += 8;
-  }
-  std::uint8_t result = wide::Fold(word_sum);
-  for (; at < size; ++at) {
-    result ^= in[at];
-    put(at, static_cast<std::uint8_t>(in[at] ^ key));
-  }
-  return result;
+  return XorEachOfFew(in, size, key, put, at, sum);
 }
 
 // Copies `size` bytes, each XORed with `key`, and returns the XOR of the bytes before. The two
