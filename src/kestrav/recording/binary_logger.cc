@@ -60,7 +60,7 @@ bool BinaryLogger::StopLogging() {
 }
 
 bool BinaryLogger::StopLoggingThread() {
-  Quit();
+  StopLogging();  // under the state lock: not in the middle of a start
   WaitForCompletion();
   return true;
 }
@@ -191,9 +191,8 @@ bool BinaryLogger::OnStart() {
 
 bool BinaryLogger::StartBinaryLogging() {
   Lock lock(state_lock_);
-  const bool complete = engine_ != nullptr && clients_ != nullptr && info_client_ != nullptr;
-  const std::uint64_t selection = complete ? clients_->GetLoggingSelectionMap().Get().Mask() : 0;
-  if (complete && encoder_.Start(selection) && WriteFirstRecords(selection)) {
+  const std::uint64_t selection = clients_->GetLoggingSelectionMap().Get().Mask();
+  if (encoder_.Start(selection) && WriteFirstRecords(selection)) {
     status_ = LoggingRunning;
     return true;
   }
