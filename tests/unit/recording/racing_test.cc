@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kestrav/recording/binary_logger.h"
+#include "support/manual_clock.h"
 #include "support/messages.h"
 #include "support/notification_log.h"
 #include "support/parsed_log.h"
@@ -57,6 +58,7 @@ class EagerWriters {
 TEST(RacingBinaryLogger, WritesNoRecordBeforeTheStreamHeaderHoweverSoonMessagesCome) {
   constexpr int kRuns = 1000;
   const Watchdog watchdog(std::chrono::seconds(60), "eager writers");
+  const ManualClock clock;  // at its end the timer thread has ended too
   Thread::ThreadModule threads;
   NotificationLog notifications;
   ClientManager clients;
@@ -83,6 +85,7 @@ TEST(RacingBinaryLogger, WritesNoRecordBeforeTheStreamHeaderHoweverSoonMessagesC
 TEST(RacingBinaryLogger, LeavesAWholeLogOrNoneWhenItIsStoppedWhileItStarts) {
   constexpr int kRuns = 2000;
   const Watchdog watchdog(std::chrono::seconds(60), "a stop during the start");
+  const ManualClock clock;  // at its end the timer thread has ended too
   Thread::ThreadModule threads;
   NotificationLog notifications;
   ClientManager clients;
