@@ -211,7 +211,9 @@ ExitCode Import(const ImportOptions& options) {
   const RemoveOnInterrupt remove_part(out.PartPath());
   const Sources sources = OpenSources(specs, options);
   TraceClock clock(StartScnds(sources));
-  LogRecorder recorder(out.PartPath(), options.out, options.plain);
+  // The trace's clock runs as fast as it can, and the trace can be imported again.
+  constexpr Io::FileOutputSettings kUnsynced = {.sync_interval_ms = 0};
+  LogRecorder recorder(out.PartPath(), options.out, options.plain, kUnsynced);
   for (const SourceSpec& spec : specs) recorder.AddClient(spec.name);
   recorder.Start();
   clock->Settle();

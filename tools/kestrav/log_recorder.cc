@@ -12,6 +12,7 @@
 #include "kestrav/host/text/string.h"
 #include "log_file.h"
 #include "os.h"
+#include "text.h"
 
 namespace kestrav::tool {
 
@@ -28,8 +29,9 @@ class LogRecorder::Client final : public IClient {
   const String string_id_;
 };
 
-LogRecorder::LogRecorder(const std::string& path, const std::string& name, bool plain)
-    : path_(path), name_(name), stream_(std::make_shared<Io::BufferedFileOutputStream>()) {
+LogRecorder::LogRecorder(const std::string& path, const std::string& name, bool plain,
+                         const Io::FileOutputSettings& settings)
+    : path_(path), name_(name), stream_(std::make_shared<Io::BufferedFileOutputStream>(settings)) {
   if (!stream_->Open(WidePath(path), Io::OpenMode::kCreate)) {
     const bool special = stream_->Error() == static_cast<int>(std::errc::invalid_argument);
     Fail(special ? "not a regular file" : ErrorText(stream_->Error()));
@@ -91,6 +93,10 @@ void LogRecorder::CheckWrites() const {
 void LogRecorder::Finish() {
   if (engine_.StopLogging()) WaitUntilFinished();
   const bool closed = stream_->Close();
+  if (const LoggingCounters counters = Counters(); counters.Dropped() > 0) {
+    Fail((stream_->Error() != 0 ? ErrorText(stream_->Error()) : "memory is short") + "; " +
+         Counted(counters.Dropped(), "record is", "records are") + " missing");
+  }
   CheckWrites();
   if (!closed) Fail("not everything could be written");
   CheckFile();

@@ -22,7 +22,8 @@ class LogRecorder {
  public:
   // Creates the file `path`, or empties it; failures call it `name`. `plain`: the records are not
   // scrambled.
-  LogRecorder(const std::string& path, const std::string& name, bool plain);
+  LogRecorder(const std::string& path, const std::string& name, bool plain,
+              const Io::FileOutputSettings& settings = {});
   LogRecorder(const LogRecorder&) = delete;
   LogRecorder& operator=(const LogRecorder&) = delete;
 
@@ -38,6 +39,7 @@ class LogRecorder {
   // Finishes the log, closes the file and makes sure that everything is in it.
   void Finish();
 
+  LoggingCounters Counters() const { return engine_.GetLoggingCounters(); }
   std::uint64_t Records() const { return records_; }
   std::uint64_t PayloadBytes() const { return payload_bytes_; }
 

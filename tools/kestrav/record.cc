@@ -76,7 +76,13 @@ class LineRecording {
     const std::string time = HumanDuration(1000 * static_cast<std::int64_t>(scnds));
     status_.Show("recording " + time.substr(0, time.size() - 4) + "  " +
                  Counted(recorder_.Records(), "record", "records") + "  " +
-                 HumanSize(recorder_.PayloadBytes()) + "  (Ctrl-C ends)");
+                 HumanSize(recorder_.PayloadBytes()) + Dropped() + "  (Ctrl-C ends)");
+  }
+
+  // Nothing as long as nothing was.
+  std::string Dropped() const {
+    const std::uint64_t dropped = recorder_.Counters().Dropped();
+    return dropped > 0 ? "  " + std::to_string(dropped) + " DROPPED" : std::string();
   }
 
   LogRecorder& recorder_;
@@ -86,6 +92,16 @@ class LineRecording {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   Progress status_;
 };
+
+void PrintCounters(const LoggingCounters& counters) {
+  const auto number = [](std::uint64_t value) { return static_cast<unsigned long long>(value); };
+  std::printf(
+      "accepted %llu, written %llu, dropped %llu; queue at most %llu; %llu bytes; longest "
+      "write %.1f ms\n",
+      number(counters.accepted), number(counters.written), number(counters.Dropped()),
+      number(counters.highest_queue), number(counters.bytes),
+      static_cast<double>(counters.longest_write_us) / 1000);
+}
 
 ExitCode Record(const RecordOptions& options) {
   const SourceSpec spec = ParseLiveSource(options.source);
@@ -108,6 +124,7 @@ ExitCode Record(const RecordOptions& options) {
   std::printf("%s: %s, %s\n", options.out.c_str(),
               Counted(recorder.Records(), "record", "records").c_str(),
               HumanSize(recorder.PayloadBytes()).c_str());
+  PrintCounters(recorder.Counters());
   return kDone;
 }
 

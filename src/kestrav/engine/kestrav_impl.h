@@ -18,7 +18,7 @@ namespace kestrav {
 
 // The engine: owns the registry, the recording thread, the info client, the playback object of the
 // present mode and the one-second timer, and gates the calls into them. Call `Init` once, first.
-class KESTRAV_API KestravImpl : public IKestrav, public INotificationSink {
+class KESTRAV_API KestravImpl : public IKestrav, public ILoggingCounters, public INotificationSink {
  public:
   KestravImpl();
   ~KestravImpl() override;
@@ -77,6 +77,8 @@ class KESTRAV_API KestravImpl : public IKestrav, public INotificationSink {
   bool UnRegisterClient(IClient* client) override;
   bool UnRegisterClient(const String& clientId) override;
   bool WriteData(const SmartPtr::Ptr<ILogMessage>& message) override;
+
+  LoggingCounters GetLoggingCounters() const override { return logger_.GetLoggingCounters(); }
 
   // Calls every observer on this thread, before it returns.
   void SendNotification(const NotificationInfo& info) override { notifier.Fire(info); }

@@ -174,4 +174,8 @@ bool KestravModuleImpl::WriteData(const SmartPtr::Ptr<ILogMessage>& message) {
   return engine_->WriteData(message);
 }
 
+LoggingCounters KestravModuleImpl::GetLoggingCounters() const {
+  return engine_->GetLoggingCounters();
+}
+
 }  // namespace kestrav

@@ -10,6 +10,7 @@
 #include "kestrav/host/api.h"
 #include "kestrav/host/memory/ptr.h"
 #include "kestrav/host/module/module.h"
+#include "kestrav/types/logging_counters.h"
 
 namespace kestrav {
 
@@ -25,7 +26,9 @@ struct KESTRAV_API KestravDef {
 };
 
 // The recorder that the components of a system share.
-class KESTRAV_API KestravModule : public IKestrav, public Module::Interface<KestravDef> {};
+class KESTRAV_API KestravModule : public IKestrav,
+                                  public ILoggingCounters,
+                                  public Module::Interface<KestravDef> {};
 
 // Hands every call to an engine of its own, which its start asks the factory for, and tells its
 // observers what the engine tells. Nothing but `Start` may be called before a good `Start`.
@@ -92,6 +95,8 @@ class KESTRAV_API KestravModuleImpl : public KestravModule, public Module::Modul
   bool UnRegisterClient(IClient* client) override;
   bool UnRegisterClient(const String& clientId) override;
   bool WriteData(const SmartPtr::Ptr<ILogMessage>& message) override;
+
+  LoggingCounters GetLoggingCounters() const override;
 
  private:
   Module::Accessor<KestravFactoryDef> factory_{*this};

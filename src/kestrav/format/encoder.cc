@@ -1,5 +1,6 @@
 #include "kestrav/format/encoder.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <typeinfo>
@@ -11,7 +12,19 @@
 #include "kestrav/host/time/source.h"
 
 namespace kestrav {
+
+struct BinaryEncoder::Content {
+  std::uint8_t* payload;
+  std::uint32_t size;
+  std::uint16_t client_id;
+  std::uint16_t data_id;
+  std::uint32_t time_stamp;
+};
+
 namespace {
+
+using Content = BinaryEncoder::Content;
+using Keys = BinaryEncoder::Keys;
 
 // The 16 bits of the selection that the stream header holds. Bit 15 doubles as the mark that the
 // selection does not fit and stands in the extended selection record.
@@ -25,13 +38,19 @@ std::uint16_t HeaderSelection(std::uint64_t selection) {
 constexpr std::uint32_t kLargestPayload =
     std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize;
 
-// What a record takes from its message.
-struct Content {
-  std::uint8_t* payload;
-  std::uint32_t size;
-  std::uint16_t client_id;
-  std::uint16_t data_id;
-  std::uint32_t time_stamp;
+// Keeps the longest of what it measured.
+class StopWatch {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  explicit StopWatch(Clock::duration& longest) : longest_(longest) {}
+  ~StopWatch() { longest_ = std::max(longest_, Clock::now() - start_); }
+  StopWatch(const StopWatch&) = delete;
+  StopWatch& operator=(const StopWatch&) = delete;
+
+ private:
+  Clock::duration& longest_;
+  const Clock::time_point start_ = Clock::now();
 };
 
 // Payloads up to this size are scrambled without a call.
@@ -51,14 +70,8 @@ constexpr std::uint32_t kSmallPayload = 64;
   });
 }
 
-std::uint8_t TakePayload(std::uint8_t* out, std::uint8_t* in, std::uint32_t size,
-                         std::uint8_t key) {
-  return key == 0 ? XorCopy(out, in, size, 0) : ScrambleCopy(in, out, size, key);
-}
-
 [[gnu::always_inline]] inline void MakeHeader(std::uint8_t* out, const Content& content,
-                                              const BinaryEncoder::Keys& keys,
-                                              std::uint8_t payload_checksum) {
+                                              const Keys& keys, std::uint8_t payload_checksum) {
   BinaryLogRecordHeader header;
   header.record_index = keys.index;
   header.client_id = content.client_id;
@@ -67,6 +80,13 @@ std::uint8_t TakePayload(std::uint8_t* out, std::uint8_t* in, std::uint32_t size
   header.payload_size = content.size;
   header.Seal(payload_checksum);
   header.Serialize(out, keys.header);
+}
+
+void MakeRecord(std::uint8_t* out, const Content& content, const Keys& keys) {
+  std::uint8_t* const payload = out + kRecordHeaderSize;
+  MakeHeader(out, content, keys,
+             keys.data == 0 ? XorCopy(payload, content.payload, content.size, 0)
+                            : ScrambleCopy(content.payload, payload, content.size, keys.data));
 }
 
 }  // namespace
@@ -79,16 +99,16 @@ bool Logger::Write(const std::uint8_t* data, std::uint32_t size) {
 
 bool Logger::SeekStream(std::uint32_t position) { return stream_ && stream_->Seek(position); }
 
-void Logger::FlushStream() {
-  // A stream that cannot flush now keeps the bytes and tries again by itself.
-  if (stream_) static_cast<void>(stream_->Flush());
-}
+bool Logger::FlushStream() { return stream_ == nullptr || stream_->Flush(); }
 
 BinaryEncoder::BinaryEncoder(SmartPtr::Ptr<Io::IOutputStream> stream) : Logger(std::move(stream)) {}
 
 bool BinaryEncoder::Reset() {
   record_count_ = 0;
   bytes_written_ = 0;
+  first_unflushed_ = 0;
+  lost_records_ = 0;
+  longest_write_ = {};
   stream_header_.Reset();
   header_crypter_.ResetKey();
   data_crypter_.ResetKey();
@@ -138,26 +158,54 @@ bool BinaryEncoder::WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& messag
   return true;
 }
 
-// Any message, and a stream that makes room first or takes only writes.
+// Any message.
 bool BinaryEncoder::WriteOtherRecord(LogMessage& message) {
   const Content content = {message.GetDataPointer(), message.GetDataSize(), message.GetClientID(),
                            message.GetDataID(), message.time_stamp};
   if (content.size > kLargestPayload) return false;
   const std::uint32_t size = content.size + kRecordHeaderSize;
+  std::uint8_t* const room = Stream()->Room(size);
+  if (room == nullptr) return WriteWithoutRoom(content);
+  MakeRecord(room, content, NextKeys());
+  Stream()->Commit(size);
+  CountRecord(size, content.time_stamp);
+  return true;
+}
+
+// To a stream that makes room first or takes only writes.
+bool BinaryEncoder::WriteWithoutRoom(const Content& content) {
+  const std::uint32_t size = content.size + kRecordHeaderSize;
   Io::IOutputStream& stream = *Stream();
+  const StopWatch watch(longest_write_);
   std::uint8_t* const room = stream.Reserve(size);
   if (room == nullptr && !record_.Resize(size)) return false;
-  std::uint8_t* const out = room != nullptr ? room : record_.Data();
-  const Keys keys = NextKeys();
-  MakeHeader(out, content, keys,
-             TakePayload(out + kRecordHeaderSize, content.payload, content.size, keys.data));
+  MakeRecord(room != nullptr ? room : record_.Data(), content, NextKeys());
   if (room != nullptr) {
     stream.Commit(size);
   } else if (!stream.Write(record_.Data(), size)) {
     return false;
   }
+  const std::uint32_t unflushed = stream.Unflushed();
+  if (unflushed <= size) first_unflushed_ = record_count_ + (unflushed == 0 ? 1 : 0);
   CountRecord(size, content.time_stamp);
   return true;
+}
+
+bool BinaryEncoder::Flush() {
+  const StopWatch watch(longest_write_);
+  if (!FlushStream()) return false;
+  first_unflushed_ = record_count_;
+  return true;
+}
+
+// What is given up now would otherwise still get to the file some day, behind the final header.
+void BinaryEncoder::DropUnflushed() {
+  const std::uint32_t bytes = Stream()->Unflushed();
+  if (bytes == 0) return;  // it does not say
+  bytes_written_ -= std::min(bytes_written_, bytes);
+  lost_records_ = record_count_ - first_unflushed_;
+  record_count_ = first_unflushed_;
+  Stream()->DropUnflushed();
 }
 
 std::uint32_t BinaryEncoder::GetRecordingTimeScnds() const {
@@ -170,6 +218,8 @@ void BinaryEncoder::Stop() {
   if (IsStreamValid()) {
     stream_header_.recording_duration =
         last_time_stamp_ >= start_clock_ ? 1000 * GetRecordingTimeScnds() : 0;
+    if (!Flush()) DropUnflushed();
+    bytes_written_ = std::max(bytes_written_, kStreamHeaderSize);
     stream_header_.stream_length = bytes_written_;
     if (SeekStream(0) && WriteStreamHeader()) {
       bytes_written_ -= kStreamHeaderSize;  // the header was counted when it was first written

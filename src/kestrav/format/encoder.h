@@ -2,6 +2,7 @@
 #define KESTRAV_FORMAT_ENCODER_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 #include "kestrav/format/crypter.h"
@@ -26,8 +27,8 @@ class KESTRAV_API Logger {
   // false: no data, no size, no stream, or the stream refused; it then took none of the bytes.
   [[nodiscard]] bool Write(const std::uint8_t* data, std::uint32_t size);
   [[nodiscard]] bool SeekStream(std::uint32_t position);
-  // Hands what the stream buffers to the system.
-  void FlushStream();
+  // Hands what the stream buffers to the system. false: some of it is still buffered.
+  bool FlushStream();
 
  protected:
   const SmartPtr::Ptr<Io::IOutputStream>& Stream() const { return stream_; }
@@ -62,12 +63,30 @@ class KESTRAV_API BinaryEncoder : public Logger {
   // this one's index.
   [[nodiscard]] bool WriteBinaryLogRecord(const SmartPtr::Ptr<LogMessage>& message);
 
+  // Hands to the system what is buffered. false: some of it is still buffered, and the stream tries
+  // again by itself.
+  bool Flush();
+
   // Seconds since the start, rounded; 0 before the first start or when the clock cannot be read.
   std::uint32_t GetRecordingTimeScnds() const;
 
   // Writes the final header over the provisional one, leaves the stream at its start and lets go of
-  // it. When the stream cannot seek, the provisional header stays.
+  // it. Records that the stream still buffers and cannot write are given up. When the stream cannot
+  // seek, the provisional header stays.
   void Stop();
+
+  // Since the last `Reset`. Records, without those that were given up by `Stop`.
+  std::uint32_t RecordCount() const { return record_count_; }
+  // Records that `Stop` gave up.
+  std::uint32_t LostRecords() const { return lost_records_; }
+  // Of the log, its header included.
+  std::uint32_t BytesWritten() const { return bytes_written_; }
+  // The longest time that the stream kept the encoder waiting.
+  std::chrono::microseconds LongestWrite() const {
+    return std::chrono::duration_cast<std::chrono::microseconds>(longest_write_);
+  }
+
+  struct Content;  // what a record takes from its message
 
   // A record's index and what its bytes are XORed with.
   struct Keys {
@@ -78,6 +97,8 @@ class KESTRAV_API BinaryEncoder : public Logger {
 
  private:
   [[nodiscard]] bool WriteOtherRecord(LogMessage& message);
+  [[nodiscard]] bool WriteWithoutRoom(const Content& content);
+  void DropUnflushed();
   Keys NextKeys() const {
     if (!scrambling_) return {record_count_, 0, 0};
     return {record_count_, header_crypter_.RecordKey(record_count_),
@@ -96,6 +117,9 @@ class KESTRAV_API BinaryEncoder : public Logger {
   std::uint32_t start_clock_ = 0;  // 0: not recording
   std::uint32_t bytes_written_ = 0;
   std::uint32_t last_time_stamp_ = 0;
+  std::uint32_t first_unflushed_ = 0;  // index of the first record that the stream may still buffer
+  std::uint32_t lost_records_ = 0;
+  std::chrono::steady_clock::duration longest_write_{};
   BinaryLogStreamHeader stream_header_;
   Memory::MemBlock record_;  // kept from record to record, so that few of them allocate
 };

@@ -1,5 +1,6 @@
 #include "kestrav/recording/binary_logger.h"
 
+#include <algorithm>
 #include <thread>
 #include <typeinfo>
 #include <utility>
@@ -43,6 +44,10 @@ bool BinaryLogger::StartLogging(Thread::ThreadModule& owner, INotificationSink* 
   clients_ = clients;
   info_client_ = infoClient;
   if (!StartLoggingThread(owner, threadName)) return false;
+  Thread::ScopedLock queue_lock(queue_lock_);
+  counters_ = {};
+  taken_ = 0;
+  queue_lock.Unlock();
   status_ = LoggingStarting;
   start_event_.Set();
   return true;
@@ -80,6 +85,7 @@ bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
     if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
     log_message->time_stamp = now_ms;
     if (!queue_.Push(std::move(queued))) return false;
+    ++counters_.accepted;
   }
   data_event_.Set();
   return true;
@@ -88,22 +94,47 @@ bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
 void BinaryLogger::WriteAll(MessageQueue& queue) {
   // A record that cannot be written is dropped, and the next one tried.
   queue.Drain([this](const SmartPtr::Ptr<LogMessage>& message) {
-    static_cast<void>(encoder_.WriteBinaryLogRecord(message));
+    if (!encoder_.WriteBinaryLogRecord(message)) ++refused_;
   });
+}
+
+// Between two of these the queue only grows, so this is when it is longest.
+void BinaryLogger::TakeQueue() {
+  counters_.highest_queue = std::max(counters_.highest_queue, counters_.accepted - taken_);
+  taken_ = counters_.accepted;
+  writing_.Swap(queue_);
+}
+
+void BinaryLogger::CountBatch() {
+  counters_.written = encoder_.RecordCount();
+  counters_.dropped_by_stream = refused_;
+  counters_.dropped_at_stop = encoder_.LostRecords();
+  counters_.bytes = encoder_.BytesWritten();
+  counters_.longest_write_us = static_cast<std::uint64_t>(encoder_.LongestWrite().count());
+}
+
+LoggingCounters BinaryLogger::GetLoggingCounters() const {
+  Thread::ScopedLock lock(queue_lock_);
+  LoggingCounters counters = counters_;
+  counters.highest_queue = std::max(counters.highest_queue, counters.accepted - taken_);
+  return counters;
 }
 
 // One batch a call: the thread looks at its quit event in between, however busy the clients are.
 void BinaryLogger::FlushData() {
   Thread::ScopedLock lock(queue_lock_);
-  writing_.Swap(queue_);
+  TakeQueue();
   lock.Unlock();
   WriteAll(writing_);
   lock.Lock();
   const bool dry = queue_.IsEmpty();
   lock.Unlock();
-  if (!dry) return;
-  encoder_.FlushStream();
-  LetMessagesGather();
+  // What cannot be written now is tried again with what follows.
+  if (dry) static_cast<void>(encoder_.Flush());
+  lock.Lock();
+  CountBatch();
+  lock.Unlock();
+  if (dry) LetMessagesGather();
 }
 
 // To wake a thread costs a client more than to hand over a hundred messages. While they come
@@ -119,7 +150,7 @@ void BinaryLogger::LetMessagesGather() {
 // The status is off: who asks for the queue lock from now on finds that and is refused.
 void BinaryLogger::FlushAllData() {
   Thread::ScopedLock lock(queue_lock_);
-  writing_.Swap(queue_);
+  TakeQueue();
   lock.Unlock();
   WriteAll(writing_);
 }
@@ -191,6 +222,7 @@ bool BinaryLogger::OnStart() {
 
 bool BinaryLogger::StartBinaryLogging() {
   Lock lock(state_lock_);
+  refused_ = 0;
   const std::uint64_t selection = clients_->GetLoggingSelectionMap().Get().Mask();
   if (encoder_.Start(selection) && WriteFirstRecords(selection)) {
     status_ = LoggingRunning;
@@ -200,7 +232,10 @@ bool BinaryLogger::StartBinaryLogging() {
   dictionary_.clear();
   // There is no log for what was queued meanwhile, and the next one is not its place.
   Thread::ScopedLock queue_lock(queue_lock_);
-  queue_.Clear();
+  TakeQueue();
+  counters_.dropped_without_log = counters_.accepted;
+  queue_lock.Unlock();
+  writing_.Clear();
   return false;
 }
 
@@ -222,6 +257,8 @@ void BinaryLogger::StopBinaryLogging() {
     status_ = LoggingOff;
     FlushAllData();
     encoder_.Stop();
+    Thread::ScopedLock queue_lock(queue_lock_);
+    CountBatch();
   }
   dictionary_.clear();
   lock.Unlock();

@@ -20,6 +20,7 @@
 #include "kestrav/host/thread/worker_thread.h"
 #include "kestrav/host/time/timer.h"
 #include "kestrav/recording/message_queue.h"
+#include "kestrav/types/logging_counters.h"
 #include "kestrav/types/sinks.h"
 
 namespace kestrav {
@@ -61,6 +62,8 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   bool IsLogging() const { return GetLoggingStatus() != LoggingOff; }
   // Whole seconds, rounded; 0 when not logging.
   std::uint32_t GetRecordingTimeScnds() const;
+  // Of the recording that runs, else of the last one.
+  LoggingCounters GetLoggingCounters() const;
   // false: logging; the stream of the recording stays.
   bool SetBinaryLogStream(const SmartPtr::Ptr<Io::IOutputStream>& stream);
 
@@ -74,6 +77,8 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   void FlushAllData() REQUIRES(state_lock_);
   void WriteAll(MessageQueue& queue);
   void LetMessagesGather();
+  void TakeQueue() REQUIRES(queue_lock_);
+  void CountBatch() REQUIRES(queue_lock_);
 
   bool OnStart();
   bool StartBinaryLogging();
@@ -94,9 +99,13 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   InfoClientImpl* info_client_ GUARDED_BY(state_lock_) = nullptr;
   Dictionary dictionary_ GUARDED_BY(state_lock_);  // as it was when the log started
 
-  Thread::BriefMutex queue_lock_;
+  mutable Thread::BriefMutex queue_lock_;
   MessageQueue queue_ GUARDED_BY(queue_lock_);
-  MessageQueue writing_;  // the thread's own: what it took from the queue
+  LoggingCounters counters_ GUARDED_BY(queue_lock_);
+  std::uint64_t taken_ GUARDED_BY(queue_lock_) = 0;  // of the accepted: what left the queue
+
+  MessageQueue writing_;       // the thread's own: what it took from the queue
+  std::uint64_t refused_ = 0;  // the thread's own: records of this log that were not written
 
   std::chrono::steady_clock::time_point last_batch_;  // the thread's own
 

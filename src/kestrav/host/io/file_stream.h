@@ -1,7 +1,9 @@
 #ifndef KESTRAV_HOST_IO_FILE_STREAM_H_
 #define KESTRAV_HOST_IO_FILE_STREAM_H_
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "kestrav/host/io/stream.h"
 #include "kestrav/host/memory/mem_block.h"
@@ -75,30 +77,69 @@ enum class OpenMode {
   kCreate,   // a new file, or an existing one emptied; created with mode 0640
 };
 
+struct FileOutputSettings {
+  // What is gathered before the system gets it in one write.
+  std::uint32_t buffer_bytes = kFileBufferBytes;
+
+  // The file is synced to its device this long after the system got bytes, and once more when it is
+  // closed. 0: the system decides when its bytes get there.
+  std::uint32_t sync_interval_ms = 1000;
+
+  // What the stream leaves free on the file system for others; it asks now and then, so that what
+  // others take meanwhile may count late. Writing over old bytes needs no space.
+  std::uint64_t reserve_bytes = 0;
+};
+
+// What became of a file since `Open`. Writes are calls of the system for what was buffered, or for
+// what is too long to be buffered.
+struct FileOutputCounts {
+  std::uint64_t bytes = 0;   // handed to the system
+  std::uint64_t writes = 0;  // that it took whole
+  std::uint64_t failed_writes = 0;
+  std::uint64_t syncs = 0;
+  std::uint64_t failed_syncs = 0;
+  std::uint64_t longest_write_us = 0;  // failed ones included
+  int error = 0;                       // as `Error`
+};
+
+class FileSyncer;
+
 // Writes a file through a buffer. The file never grows past what a 32-bit position can address.
-// When the system refuses bytes (a full disk), they stay buffered and are offered again by the next
-// write, flush or close; a write that would need their room meanwhile is refused whole. What a
-// failed write left behind the end of the file is cut off again; bytes that it was to replace may
-// be lost.
+// When the system refuses bytes (a full disk, the reserve), they stay buffered and are offered
+// again by the next write, flush or close; a write that would need their room meanwhile is refused
+// whole. What a failed write left behind the end of the file is cut off again; bytes that it was to
+// replace may be lost.
+//
+// The file is synced on a thread of its own, `Kestrav-Sync`, which starts with the first bytes that
+// the system gets and ends with `Close`. No write waits for a sync, `Close` does. A sync that
+// failed is repeated an interval later.
 class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
  public:
   explicit BufferedFileOutputStream(std::uint32_t buffer_bytes = kFileBufferBytes);
+  explicit BufferedFileOutputStream(const FileOutputSettings& settings);
   ~BufferedFileOutputStream() override;
 
   // Closes an earlier file. false: it cannot be opened, or memory is short. `Error` tells why.
   [[nodiscard]] bool Open(const String& path, OpenMode mode);
 
-  // Flushes and closes. false: bytes were lost, the file then ends with the last write that is
-  // whole in it.
+  // Flushes, syncs unless that is off, and closes. false: bytes were lost, the file then ends with
+  // the last write that is whole in it; or it may not be on the device.
   bool Close();
 
-  // The errno value of the first failed call since `Open`, 0 if none failed.
-  int Error() const { return error_; }
+  // The errno value of the first call that failed since `Open`, 0 if none did. ENOSPC also when a
+  // write would have taken from the reserve, EAGAIN when there was no thread for syncing: the file
+  // is then synced by `Close` alone. Any thread may ask, but not during `Open`.
+  int Error() const { return error_.load(std::memory_order_relaxed); }
+
+  // Any thread may ask, but not during `Open`. The counts of a closed file stay until the next one.
+  FileOutputCounts Counts() const;
 
   [[nodiscard]] bool Write(const std::uint8_t* data, std::uint32_t size) override;
   [[nodiscard]] bool Seek(std::uint32_t position) override;
   std::uint32_t Position() const override { return buffer_start_ + Buffered(); }
   bool Flush() override;
+  std::uint32_t Unflushed() const override { return Buffered(); }
+  void DropUnflushed() override;
 
  protected:
   [[nodiscard]] bool MakeRoom(std::uint32_t size) override;
@@ -107,16 +148,30 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   std::uint32_t Buffered() const { return room_ - static_cast<std::uint32_t>(RoomSize()); }
   // Empties the buffer; the position is `position`.
   void StartBuffer(std::uint32_t position);
+  void ResetCounts();
   bool WriteFile(const std::uint8_t* data, std::uint32_t size, std::uint32_t at);
+  bool LeavesReserve(std::uint32_t growth);
+  int WriteWhole(const std::uint8_t* data, std::uint32_t size, std::uint32_t at);
+  bool CutTornEnd();
   void Fail(int error);
 
-  const std::uint32_t buffer_bytes_;
+  const FileOutputSettings settings_;
   FileHandle file_;
+  std::unique_ptr<FileSyncer> syncer_;  // stays after `Close` for its counts
   Memory::MemBlock buffer_;
   std::uint32_t buffer_start_ = 0;  // where in the file the buffer's first byte belongs
   std::uint32_t room_ = 0;          // what the empty buffer holds
   std::uint32_t end_ = 0;           // the length of the file without what is buffered
-  int error_ = 0;
+  bool torn_ = false;               // behind the end stands what could not be cut off
+  bool flush_failed_ = false;       // of what is buffered now
+  std::uint64_t unasked_bytes_ =
+      0;  // by which the file may grow before its free space is asked for
+  std::uint64_t asked_after_sync_ = 0;  // how many syncs there had been when it was
+  std::atomic<std::uint64_t> bytes_{0};
+  std::atomic<std::uint64_t> writes_{0};
+  std::atomic<std::uint64_t> failed_writes_{0};
+  std::atomic<std::uint64_t> longest_write_us_{0};
+  std::atomic<int> error_{0};
 };
 
 }  // namespace kestrav::Io

@@ -81,6 +81,12 @@ class KESTRAV_API IOutputStream {
   // Hands what is buffered to the system. false: some of it is still buffered.
   virtual bool Flush() { return true; }
 
+  // Bytes that were taken but not yet handed to the system.
+  virtual std::uint32_t Unflushed() const { return 0; }
+
+  // Gives them up: they are not offered again, and the position is where they began.
+  virtual void DropUnflushed() {}
+
  protected:
   // Where `Reserve` gives room from now on. A stream that gives none need not call it.
   void SetRoom(std::uint8_t* begin, std::uint8_t* end) {
