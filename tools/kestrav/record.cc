@@ -22,6 +22,8 @@ constexpr std::uint16_t kLineDataId = 1;
 struct RecordOptions {
   std::string out;
   bool plain = false;
+  double sync_scnds = 1;
+  std::uint64_t reserve_bytes = 16 << 20;
   std::string source;
 };
 
@@ -110,7 +112,10 @@ ExitCode Record(const RecordOptions& options) {
     throw Failure(options.out + ": is the input and would be overwritten", kWrongUsage);
   }
   LiveInput input;
-  LogRecorder recorder(options.out, options.out, options.plain);
+  const Io::FileOutputSettings settings = {
+      .sync_interval_ms = static_cast<std::uint32_t>(options.sync_scnds * 1000),
+      .reserve_bytes = options.reserve_bytes};
+  LogRecorder recorder(options.out, options.out, options.plain, settings);
   const std::size_t client = recorder.AddClient(spec.name);
   recorder.Start();
   int read_error = 0;
@@ -136,6 +141,19 @@ void AddRecord(CLI::App& app, ExitCode& exit_code) {
       app.add_subcommand("record", "Record lines of standard input as they come");
   command->add_option("-o,--output", options->out, "The log to write")->required();
   command->add_flag("--plain", options->plain, "Do not scramble the records");
+  command
+      ->add_option("--sync", options->sync_scnds,
+                   "Seconds after which what was written is on the device; 0 leaves it to the "
+                   "system")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 86'400.0))
+      ->capture_default_str();
+  command
+      ->add_option("--reserve", options->reserve_bytes,
+                   "Space to leave free on the disk, as in 500k or 1g")
+      ->type_name("SIZE")
+      ->transform(CLI::AsSizeValue(false))
+      ->default_str("16m");
   command->add_option("SOURCE", options->source, "NAME=lines:-")->required();
   command->footer(
       "Each line becomes a record of the client NAME with data id 1, stamped with the time at "

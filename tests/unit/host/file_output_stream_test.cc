@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include <utility>
 
 #include "kestrav/host/io/file_stream.h"
+#include "support/failing_files.h"
 #include "support/short_memory.h"
 #include "unit/host/temp_dir.h"
 
@@ -55,6 +57,16 @@ TEST_F(FileOutput, WritesANewFileThatOthersMayNotRead) {
   struct stat status {};
   ASSERT_EQ(stat(file_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0137, 0U);
+}
+
+TEST_F(FileOutput, IsNotInheritedByOtherPrograms) {
+  int flags = 0;
+  test::FailingFiles files;
+  files.Watch([&](const test::FileAccess& access) { flags = fcntl(access.descriptor, F_GETFD); });
+  ASSERT_TRUE(Create());
+  ASSERT_TRUE(Write(stream_, "abc"));
+  EXPECT_TRUE(stream_.Close());
+  EXPECT_EQ(flags, FD_CLOEXEC);
 }
 
 TEST_F(FileOutput, EmptiesAnExistingFileThatItCreates) {

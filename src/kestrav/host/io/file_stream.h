@@ -122,13 +122,15 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   // Closes an earlier file. false: it cannot be opened, or memory is short. `Error` tells why.
   [[nodiscard]] bool Open(const String& path, OpenMode mode);
 
-  // Flushes, syncs unless that is off, and closes. false: bytes were lost, the file then ends with
-  // the last write that is whole in it; or it may not be on the device.
+  // Flushes, syncs unless that is off, and closes. false: bytes were lost and the file ends with
+  // the last write that is whole in it, or what a failed write left behind that could not be cut
+  // off, or the file may not be on the device. `Error` tells why.
   bool Close();
 
   // The errno value of the first call that failed since `Open`, 0 if none did. ENOSPC also when a
-  // write would have taken from the reserve, EAGAIN when there was no thread for syncing: the file
-  // is then synced by `Close` alone. Any thread may ask, but not during `Open`.
+  // write would have taken from the reserve; EAGAIN when there was no thread for syncing, which
+  // `Close` alone then does; ENOMEM when there was no memory to sync at all. Any thread may ask,
+  // but not during `Open`.
   int Error() const { return error_.load(std::memory_order_relaxed); }
 
   // Any thread may ask, but not during `Open`. The counts of a closed file stay until the next one.
