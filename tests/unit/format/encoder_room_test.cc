@@ -113,6 +113,29 @@ TEST_P(EncoderRoom, EndsWhereTheStreamIsFull) {
   EXPECT_EQ(stream_->Content()[16], 128 + 2 * 23);
 }
 
+// What the stream holds when it breaks is given up, and neither more nor less.
+TEST_P(EncoderRoom, LosesWithTheStreamWhatItHolds) {
+  for (std::uint32_t before = 0; before < 12; ++before) {
+    stream_ = std::make_shared<RoomOutputStream>(GetParam());
+    encoder_.SetLogStream(stream_);
+    Start(false);
+    std::uint32_t accepted = 0;
+    for (std::uint32_t i = 0; i < before + 3; ++i) {
+      stream_->is_broken = i >= before;
+      if (encoder_.WriteBinaryLogRecord(Message(1, 2, kTime, "abc"))) ++accepted;
+    }
+    const std::uint32_t held = stream_->Unflushed() / 23;
+    encoder_.Stop();
+    stream_->is_broken = false;
+    EXPECT_EQ(encoder_.LostRecords(), held);
+    EXPECT_EQ(encoder_.RecordCount(), accepted - held);
+    EXPECT_EQ(encoder_.BytesWritten(), stream_->Content().size());
+    LogBuilder expected;
+    for (std::uint32_t i = 0; i < accepted - held; ++i) expected.Record(1, 2, kTime, "abc");
+    EXPECT_EQ(Records(), RecordsOf(expected));
+  }
+}
+
 TEST_P(EncoderRoom, NeedsMemoryOnlyForWhatDoesNotFit) {
   Start(false);
   const auto message = Message(1, 2, kTime, "abc");

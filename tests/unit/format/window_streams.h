@@ -64,7 +64,8 @@ class WindowInputStream final : public Io::IInputStream {
 };
 
 // An output stream with a buffer of so many bytes, in which records are made where they belong;
-// what does not fit the buffer is written in one piece. It takes `limit` bytes in all.
+// what does not fit the buffer is written in one piece. It takes `limit` bytes in all, and no more
+// while it is broken.
 class RoomOutputStream final : public Io::IOutputStream {
  public:
   explicit RoomOutputStream(std::uint32_t buffer, std::size_t limit = kNoLimit)
@@ -74,26 +75,32 @@ class RoomOutputStream final : public Io::IOutputStream {
 
   bool Write(const std::uint8_t* data, std::uint32_t size) override {
     ++writes;
-    Flush();
-    if (position_ + size > limit_) return false;
+    if (!Flush() || is_broken || position_ + size > limit_) return false;
     Put(data, size);
     return true;
   }
   bool Seek(std::uint32_t position) override {
-    Flush();
+    if (!Flush()) return false;
     position_ = position;
     return true;
   }
   std::uint32_t Position() const override {
-    return static_cast<std::uint32_t>(position_ + Buffered());
+    return static_cast<std::uint32_t>(position_) + Unflushed();
   }
   // Takes the room back.
   bool Flush() override {
-    const auto buffered = static_cast<std::uint32_t>(Buffered());
-    has_room_ = false;
-    SetRoom(buffer_.data(), buffer_.data());
+    const std::uint32_t buffered = Unflushed();
+    if (is_broken && buffered > 0) return false;
+    DropUnflushed();
     Put(buffer_.data(), buffered);
     return true;
+  }
+  std::uint32_t Unflushed() const override {
+    return has_room_ ? static_cast<std::uint32_t>(room_ - RoomSize()) : 0;
+  }
+  void DropUnflushed() override {
+    has_room_ = false;
+    SetRoom(buffer_.data(), buffer_.data());
   }
 
   const Bytes& Content() {
@@ -101,10 +108,11 @@ class RoomOutputStream final : public Io::IOutputStream {
     return bytes_;
   }
   int writes = 0;
+  bool is_broken = false;
 
  protected:
   bool MakeRoom(std::uint32_t size) override {
-    Flush();
+    if (!Flush() || is_broken) return false;
     const std::size_t room = std::min(buffer_.size(), limit_ - position_);
     if (size > room) return false;
     has_room_ = true;
@@ -114,7 +122,6 @@ class RoomOutputStream final : public Io::IOutputStream {
   }
 
  private:
-  std::size_t Buffered() const { return has_room_ ? room_ - RoomSize() : 0; }
   void Put(const std::uint8_t* data, std::uint32_t size) {
     bytes_.resize(std::max(bytes_.size(), position_ + size));
     std::copy_n(data, size, bytes_.begin() + static_cast<std::ptrdiff_t>(position_));
