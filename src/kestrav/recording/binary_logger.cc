@@ -65,7 +65,7 @@ bool BinaryLogger::StopLogging() {
 }
 
 bool BinaryLogger::StopLoggingThread() {
-  Quit();
+  StopLogging();  // under the state lock: not in the middle of a start
   WaitForCompletion();
   return true;
 }
@@ -223,9 +223,8 @@ bool BinaryLogger::OnStart() {
 bool BinaryLogger::StartBinaryLogging() {
   Lock lock(state_lock_);
   refused_ = 0;
-  const bool complete = engine_ != nullptr && clients_ != nullptr && info_client_ != nullptr;
-  const std::uint64_t selection = complete ? clients_->GetLoggingSelectionMap().Get().Mask() : 0;
-  const bool opened = complete && encoder_.Start(selection);
+  const std::uint64_t selection = clients_->GetLoggingSelectionMap().Get().Mask();
+  const bool opened = encoder_.Start(selection);
   if (opened && WriteFirstRecords(selection)) {
     status_ = LoggingRunning;
     return true;

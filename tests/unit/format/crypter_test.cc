@@ -116,6 +116,23 @@ TEST(Crypter, DrawsKeysThatAreNeverZeroAndDiffer) {
   EXPECT_GT(keys.size(), 200u);
 }
 
+// The key of a new scrambler at this time of the clock.
+int FirstKeyAt(std::uint32_t now_ms) {
+  const ManualClock clock(now_ms);
+  Crypter crypter;
+  EXPECT_TRUE(crypter.Initialize());
+  return crypter.GetKey();
+}
+
+TEST(Crypter, DrawsItsFirstKeyByTheClock) {
+  std::set<int> keys;
+  for (std::uint32_t now_ms = 1000; now_ms < 1050; ++now_ms) {
+    keys.insert(FirstKeyAt(now_ms));
+    EXPECT_EQ(FirstKeyAt(now_ms), FirstKeyAt(now_ms)) << now_ms;
+  }
+  EXPECT_GT(keys.size(), 10u);
+}
+
 TEST(Crypter, CannotDrawItsFirstKeyWithoutAClock) {
   ManualClock clock;
   clock->FailMs();

@@ -330,6 +330,11 @@ TEST(Resynchronisation, EndsAtTheFirstSeekThatFails) {
     ASSERT_TRUE(decoder.Initialize());
     EXPECT_EQ(decoder.ScanForNextValidHeader(), kDamaged) << failing;
   }
+  // There are no more.
+  BinaryDecoder decoder(
+      std::make_shared<FlakyInputStream>(builder.Build(), FlakyInputStream::kNever, 5));
+  ASSERT_TRUE(decoder.Initialize());
+  EXPECT_EQ(decoder.ScanForNextValidHeader(), kSuccess);
 }
 
 }  // namespace

@@ -156,6 +156,13 @@ TEST_P(BinaryDecoderTest, DoesNotStepBackToTheVeryStartOrBeyond) {
   EXPECT_EQ(log.decoder.Getoffset(), 1u);
 }
 
+TEST_P(BinaryDecoderTest, ExpectsTheFirstRecordHoweverFarItStepsBack) {
+  OpenLog log(ThreeRecords().Build());
+  ASSERT_TRUE(log.decoder.SetToPreviousLogRecord(5));
+  ASSERT_TRUE(log.decoder.SetOffset(128));
+  EXPECT_EQ(log.Walk(), (std::vector{first_, second_, third_}));
+}
+
 TEST_P(BinaryDecoderTest, ReadsTheFirstRecordAfterSteppingBackFromIt) {
   OpenLog log(ThreeRecords().Build());
   BinaryLogRecordHeader header;
@@ -307,17 +314,26 @@ TEST_P(RawRecordTest, AreRefusedWithoutIds) {
   EXPECT_EQ(Decode(Block(Slice(bytes, 128, bytes.size()))), kDamaged);
 }
 
-TEST_P(RawRecordTest, AreRefusedWhenMemoryIsShort) {
-  // A small payload has its place in the message.
-  LogBuilder builder = Empty();
-  const Bytes bytes =
-      builder.Record(4, 5, 6, std::string(LogMessage::kInlineBytes + 1, 'x')).Build();
-  BinaryDecoder decoder;
-  ASSERT_TRUE(decoder.Initialize(Block(Slice(bytes, 0, 128))));
-  ResultCode result = kSuccess;
-  const Memory::MemBlock raw = Block(Slice(bytes, 128, bytes.size()));
-  EXPECT_TRUE(RanShort(0, [&] { result = decoder.GetLogMessage(message_, raw); }));
-  EXPECT_EQ(result, kDamaged);
+// A small payload has its place in the message.
+TEST_P(RawRecordTest, NeedMemoryForALargePayloadAloneAndTheIndexStaysWhenItIsShort) {
+  constexpr std::uint32_t kSmall = LogMessage::kInlineBytes;
+  for (const std::uint32_t size : {1u, kSmall, kSmall + 1, 1000u}) {
+    LogBuilder builder = Empty();
+    const std::string payload(size, 'x');
+    const Bytes bytes = builder.Record(4, 5, 6, payload).Build();
+    BinaryDecoder decoder;
+    ASSERT_TRUE(decoder.Initialize(Block(Slice(bytes, 0, 128))));
+    const Memory::MemBlock raw = Block(Slice(bytes, 128, bytes.size()));
+    LogMessage message;
+    ResultCode result = kSuccess;
+    const bool asked = RanShort(0, [&] { result = decoder.GetLogMessage(message, raw); });
+    EXPECT_EQ(asked, size > kSmall) << size;
+    EXPECT_EQ(result, asked ? kDamaged : kSuccess) << size;
+    if (asked) {
+      EXPECT_EQ(decoder.GetLogMessage(message, raw), kSuccess) << size;
+    }
+    EXPECT_EQ(WhatSays(message), (Said{4, 5, 6, payload}));
+  }
 }
 
 }  // namespace

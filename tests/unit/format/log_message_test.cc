@@ -140,6 +140,13 @@ TEST(LogMessage, TakesAnyIdsUnchecked) {
   EXPECT_EQ(WhatSays(message), (Said{0xFFFF, 0xFFFF, 9, "x"}));
 }
 
+TEST(LogMessage, HasNoPayloadPointerWithoutAPayload) {
+  LogMessage message = Earlier();
+  ASSERT_TRUE(message.AssignLogMessage(3, 4, nullptr, 0, 5));
+  EXPECT_EQ(message.GetDataPointer(), nullptr);
+  EXPECT_EQ(WhatSays(message), (Said{3, 4, 5, ""}));
+}
+
 TEST(LogMessage, IsEmptyWhenMemoryIsShort) {
   LogMessage message = Earlier();
   const std::string large(LogMessage::kInlineBytes + 1, 'x');
@@ -205,6 +212,8 @@ TEST(LogMessage, PreparesRoomForASmallPayload) {
   ASSERT_NE(room, nullptr);
   std::memcpy(room, "four", 4);
   EXPECT_EQ(WhatSays(message), (Said{1, 2, 3, "four"}));
+  EXPECT_EQ(message.Prepare(1, 2, LogMessage::kInlineBytes, 3), room);
+  EXPECT_EQ(message.GetDataSize(), LogMessage::kInlineBytes);
 }
 
 TEST(LogMessage, IsCreatedEmptyEachTime) {
@@ -221,6 +230,13 @@ TEST(LogMessage, LeavesNothingBehindWhenMoved) {
   LogMessage moved(std::move(source));
   EXPECT_EQ(WhatSays(moved), kEarlier);
   ExpectEmpty(source);
+}
+
+TEST(LogMessage, KeepsItsContentWhenMovedToItself) {
+  LogMessage message = Earlier();
+  LogMessage& same = message;
+  message = std::move(same);
+  EXPECT_EQ(WhatSays(message), kEarlier);
 }
 
 TEST(LogMessage, IsDestroyedThroughItsInterface) {

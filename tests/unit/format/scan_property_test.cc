@@ -4,49 +4,12 @@
 #include <random>
 
 #include "kestrav/format/decoder.h"
-#include "kestrav/host/io/memory_stream.h"
 #include "support/log_builder.h"
 #include "support/reference_reader.h"
+#include "unit/format/window_streams.h"
 
 namespace kestrav::test {
 namespace {
-
-// A stream that shows only so many bytes at a time, as one with a buffer does.
-class WindowInputStream final : public Io::IInputStream {
- public:
-  WindowInputStream(const Bytes& bytes, std::uint32_t window) : bytes_(bytes), window_(window) {}
-
-  bool Read(std::uint8_t* data, std::uint32_t size) override {
-    if (size > Remaining()) return false;
-    const std::uint32_t at = Position();
-    std::copy_n(bytes_.data() + at, size, data);
-    return Seek(at + size);
-  }
-  bool Seek(std::uint32_t position) override {
-    if (position > Size()) return false;
-    end_ = position;
-    SetView(nullptr, nullptr);
-    return true;
-  }
-  std::uint32_t Position() const override { return end_ - static_cast<std::uint32_t>(ViewSize()); }
-  std::uint32_t Remaining() const override { return Size() - Position(); }
-
- protected:
-  bool LoadView(std::uint32_t size) override {
-    if (size > window_ || size > Remaining()) return false;
-    const std::uint32_t at = Position();
-    end_ = at + std::min(window_, Remaining());
-    SetView(bytes_.data() + at, bytes_.data() + end_);
-    return true;
-  }
-
- private:
-  std::uint32_t Size() const { return static_cast<std::uint32_t>(bytes_.size()); }
-
-  const Bytes bytes_;
-  const std::uint32_t window_;
-  std::uint32_t end_ = 0;  // of the view
-};
 
 // A log with markers in its payloads, then bytes overwritten, markers strewn in and the end cut.
 Bytes DamagedLog(std::mt19937& random, std::uint8_t key) {

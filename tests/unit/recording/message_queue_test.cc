@@ -71,6 +71,19 @@ TEST(MessageQueue, ShortOfMemoryRefusesAMessageAndKeepsTheOthers) {
   EXPECT_EQ(Drained(queue).size(), MessageQueue::kBlockMessages + 1);
 }
 
+TEST(MessageQueue, NeedsMemoryForTheFirstMessageOfABlockAlone) {
+  MessageQueue queue;
+  std::vector<SmartPtr::Ptr<LogMessage>> messages;
+  for (std::uint32_t i = 0; i <= MessageQueue::kBlockMessages; ++i) messages.push_back(Numbered(i));
+  ASSERT_TRUE(queue.Push(std::move(messages[0])));
+  EXPECT_FALSE(RanShort(0, [&] {
+    for (std::uint32_t i = 1; i < MessageQueue::kBlockMessages; ++i)
+      static_cast<void>(queue.Push(std::move(messages[i])));
+  }));
+  EXPECT_TRUE(RanShort(0, [&] { static_cast<void>(queue.Push(std::move(messages.back()))); }));
+  EXPECT_EQ(Drained(queue).size(), MessageQueue::kBlockMessages);
+}
+
 TEST(MessageQueue, NeedsNoMemoryForABlockThatWasDrained) {
   MessageQueue queue;
   SmartPtr::Ptr<LogMessage> message = Numbered(1);

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kestrav/recording/binary_logger.h"
+#include "support/manual_clock.h"
 #include "support/messages.h"
 #include "support/notification_log.h"
 #include "support/parsed_log.h"
@@ -57,6 +58,7 @@ class EagerWriters {
 TEST(RacingBinaryLogger, WritesNoRecordBeforeTheStreamHeaderHoweverSoonMessagesCome) {
   constexpr int kRuns = 1000;
   const Watchdog watchdog(std::chrono::seconds(60), "eager writers");
+  const ManualClock clock;  // at its end the timer thread has ended too
   Thread::ThreadModule threads;
   NotificationLog notifications;
   ClientManager clients;
@@ -77,6 +79,36 @@ TEST(RacingBinaryLogger, WritesNoRecordBeforeTheStreamHeaderHoweverSoonMessagesC
     recorded += static_cast<int>(log.PayloadsOf(kWriter).size());
   }
   EXPECT_EQ(recorded, writers.Finish());
+}
+
+// The stop may come at any moment of the start.
+TEST(RacingBinaryLogger, LeavesAWholeLogOrNoneWhenItIsStoppedWhileItStarts) {
+  constexpr int kRuns = 2000;
+  const Watchdog watchdog(std::chrono::seconds(60), "a stop during the start");
+  const ManualClock clock;  // at its end the timer thread has ended too
+  Thread::ThreadModule threads;
+  NotificationLog notifications;
+  ClientManager clients;
+  InfoClientImpl info_client;
+  ASSERT_TRUE(clients.RegisterClient(&info_client));
+  ASSERT_TRUE(clients.SelectForLogging(L"Info Client"));
+  BinaryLogger logger;
+  std::atomic<bool> over = false;
+  std::thread stopper([&] {
+    while (!over) logger.StopLoggingThread();
+  });
+  int broken = 0;
+  for (int run = 0; run < kRuns; ++run) {
+    const auto stream = std::make_shared<BytesOutputStream>();
+    if (!logger.SetBinaryLogStream(stream)) continue;  // the stop of the run before goes on
+    EXPECT_TRUE(logger.StartLogging(threads, &notifications, &clients, &info_client, L"T"));
+    EXPECT_TRUE(logger.StopLoggingThread());
+    const Bytes log = stream->Content();
+    if (!log.empty() && ParseLog(log).error != "") ++broken;
+  }
+  over = true;
+  stopper.join();
+  EXPECT_EQ(broken, 0);
 }
 
 }  // namespace
