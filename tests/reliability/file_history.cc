@@ -41,8 +41,9 @@ void FileHistory::NoteEnd(const FileAccess& access, std::int64_t result) {
     Add(Kind::kWrite, static_cast<std::size_t>(access.at),
         Bytes(access.data, access.data + result));
   }
-  if (access.call == FileCall::kFtruncate)
+  if (access.call == FileCall::kFtruncate) {
     Add(Kind::kTruncate, static_cast<std::size_t>(access.size), {});
+  }
   if (access.call == FileCall::kFdatasync) Add(Kind::kSyncEnd, sync_began_, {});
 }
 

@@ -252,7 +252,7 @@ TEST_F(KillTest, LeavesAPrefixOfWhatWasAcceptedAndLosesOnlyWhatWasQueued) {
     ASSERT_FALSE(HasNonfatalFailure());
   }
   EXPECT_EQ(totals_.lost_at_rest, 0u);
-  EXPECT_GT(totals_.accepted, 1000u * kKills / 10);
+  EXPECT_GT(totals_.accepted, 10u * kKills);
   const auto took = std::chrono::duration_cast<seconds>(steady_clock::now() - start);
   std::printf(
       "[figure] kill -9: %u kills in %lld s (%d at rest, %d before the first write), accepted "
