@@ -79,6 +79,8 @@ bool CopySplit::Cut(const Run& run, const Cuts& cuts, std::size_t count,
     }
     AddRecord(piece, walk);
   }
+  piece.tail_end = run.tail_end;
+  piece.next_index = run.next_index;
   return piece.records == 0 || Memory::Append(pieces, piece);
 }
 

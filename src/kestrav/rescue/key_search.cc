@@ -5,12 +5,14 @@
 
 #include "kestrav/clients/dictionary_record.h"
 #include "kestrav/host/io/memory_stream.h"
+#include "kestrav/host/memory/try.h"
 #include "kestrav/host/time/source.h"
 
 namespace kestrav::rescue {
 namespace {
 
 constexpr std::uint32_t kEnoughPairs = 64;
+constexpr std::size_t kKeys = 256;
 
 std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
   Crypter crypter;
@@ -75,23 +77,35 @@ HeaderReading ReadStreamHeader(const LogView& log) {
 }
 
 bool KeySearch::Find(const HeaderReading& reading, FoundKeys& keys) {
-  if (!AskRecords(reading)) return false;
-  const BinaryLogStreamHeader& header = reading.fields;
-  const auto decide = [&](const Votes& start, const Votes& all, std::uint8_t stated, bool& agrees) {
-    const Votes& votes = Total(start) > 0 ? start : all;
-    agrees = reading.usable && (Total(votes) == 0 || Supports(votes, stated));
-    return agrees || Total(votes) == 0 ? stated : Most(votes);
-  };
-  bool header_agrees = false, data_agrees = false;
-  keys.header = decide(start_.header, all_.header, header.header_key, header_agrees);
-  keys.data = decide(start_.data, all_.data, header.data_key, data_agrees);
-  keys.data_known = reading.usable || Total(all_.data) > 0;
-  if (!keys.data_known && Total(all_.dictionary) > 0) {
-    keys.data = Most(all_.dictionary);
-    keys.data_known = true;
-  }
+  const bool ready = Memory::Try([this] {
+    all_.data.resize(kKeys);
+    all_.dictionary.resize(kKeys);
+    start_.data.resize(kKeys);
+  });
+  if (!ready || !AskRecords(reading)) return false;
+  const bool header_agrees = Decide(Total(start_.header) > 0 ? start_.header : all_.header, 1,
+                                    reading.usable, reading.fields.header_key, keys.header);
+  // A single payload may be damaged, so a usable stream header is believed against one.
+  const std::uint32_t enough = reading.usable ? 2 : 1;
+  const Votes& start = start_.data[keys.header];
+  const Votes& all = all_.data[keys.header];
+  const bool data_agrees = Decide(start[Most(start)] >= enough ? start : all, enough,
+                                  reading.usable, reading.fields.data_key, keys.data);
+  const Votes& dictionary = all_.dictionary[keys.header];
+  keys.data_known = reading.usable || Total(all) + Total(dictionary) > 0;
+  if (!reading.usable && Total(all) == 0 && Total(dictionary) > 0) keys.data = Most(dictionary);
   keys.agree = header_agrees && data_agrees;
   return true;
+}
+
+// Sets `key` to what the stream header states or, if that is not usable or at least `enough` votes
+// say otherwise, to what the votes say. Whether it is what is stated.
+bool KeySearch::Decide(const Votes& votes, std::uint32_t enough, bool usable, std::uint8_t stated,
+                       std::uint8_t& key) {
+  const std::uint8_t most = Most(votes);
+  const bool agrees = usable && (votes[most] < enough || Supports(votes, stated));
+  key = agrees || votes[most] == 0 ? stated : most;
+  return agrees;
 }
 
 // From record to record while they follow each other, else from one place that looks like a header
@@ -99,10 +113,11 @@ bool KeySearch::Find(const HeaderReading& reading, FoundKeys& keys) {
 bool KeySearch::AskRecords(const HeaderReading& reading) {
   std::uint32_t at = kStreamHeaderSize;
   BinaryLogRecordHeader first;
-  if (log_.ReadHeader(at, first) && first.record_index == 0 && AskPair(at)) {
+  if (log_.ReadHeader(at, first) && first.record_index == 0) {
+    ++start_.header[KeyOf(log_, at)];
     while (!IsEnough(reading) && AskPair(at)) {
     }
-    start_ = all_;
+    std::copy(all_.data.begin(), all_.data.end(), start_.data.begin());
   } else {
     at = 0;
   }
@@ -115,9 +130,10 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
 }
 
 bool KeySearch::IsEnough(const HeaderReading& reading) const {
-  return reading.usable && pairs_ >= kEnoughPairs &&
-         Supports(all_.header, reading.fields.header_key) &&
-         (Total(all_.data) == 0 || Supports(all_.data, reading.fields.data_key));
+  if (!reading.usable || pairs_ < kEnoughPairs) return false;
+  const Votes& data = all_.data[reading.fields.header_key];
+  return Supports(all_.header, reading.fields.header_key) &&
+         (Total(data) == 0 || Supports(data, reading.fields.data_key));
 }
 
 bool KeySearch::AskPair(std::uint32_t& at) {
@@ -135,26 +151,29 @@ bool KeySearch::AskPair(std::uint32_t& at) {
   bool agrees = false;
   ForEachStreamKey(KeyOf(log_, at), first.record_index, [&](std::uint8_t key) {
     const bool both = is_last || RecordKey(key, second.record_index) == KeyOf(log_, end);
-    if (both) ++all_.header[key];
-    agrees |= both;
+    if (!both) return;
+    ++all_.header[key];
+    AskPayload(at, first, key);
+    AskDictionary(at, first, key);
+    agrees = true;
   });
   if (!agrees) return false;
-  AskPayload(at, first);
-  AskDictionary(at, first);
   ++pairs_;
   at = end;
   return true;
 }
 
-void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header) {
+void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header,
+                           std::uint8_t header_key) {
   if (header.payload_size % 2 == 0) return;
   const std::uint8_t sum = log_.Sum(at + kRecordHeaderSize, header.payload_size);
   ForEachStreamKey(static_cast<std::uint8_t>(sum ^ header.payload_checksum), header.record_index,
-                   [this](std::uint8_t key) { ++all_.data[key]; });
+                   [&](std::uint8_t key) { ++all_.data[header_key][key]; });
 }
 
 // The upper bytes of a dictionary's count are 0, and its last byte is one, too.
-void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header) {
+void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header,
+                              std::uint8_t header_key) {
   constexpr std::uint32_t kShortest = 8;
   if (header.client_id != kInfoClientId || header.data_id != kDictionaryDataId ||
       header.payload_size < kShortest) {
@@ -164,7 +183,7 @@ void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& hea
   const std::uint8_t key = payload[3];
   if (payload[2] != key || payload[header.payload_size - 1] != key) return;
   ForEachStreamKey(key, header.record_index,
-                   [this](std::uint8_t stream_key) { ++all_.dictionary[stream_key]; });
+                   [&](std::uint8_t stream_key) { ++all_.dictionary[header_key][stream_key]; });
 }
 
 }  // namespace kestrav::rescue

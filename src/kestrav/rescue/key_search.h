@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <vector>
 
 #include "kestrav/format/record_header.h"
 #include "kestrav/format/stream_header.h"
@@ -42,15 +43,19 @@ class KeySearch {
   using Votes = std::array<std::uint32_t, 256>;
   struct Ballot {
     Votes header{};
-    Votes data{};
-    Votes dictionary{};
+    std::vector<Votes> data;  // for each header key, so that no foreign record has a say
+    std::vector<Votes> dictionary;
   };
 
+  static bool Decide(const Votes& votes, std::uint32_t enough, bool usable, std::uint8_t stated,
+                     std::uint8_t& key);
   [[nodiscard]] bool AskRecords(const HeaderReading& reading);
   // The records that stand from `at` on; moves `at` behind what they tell.
   bool AskPair(std::uint32_t& at);
-  void AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header);
-  void AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header);
+  // `header_key`: the one that goes with the record.
+  void AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header, std::uint8_t header_key);
+  void AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& header,
+                     std::uint8_t header_key);
   bool IsEnough(const HeaderReading& reading) const;
 
   LogView& log_;

@@ -89,6 +89,7 @@ RecoveryResult LogWriter::WriteRun(const Run& run) {
       if (!go_on_(walk.Offset())) return RecoveryResult::kCancelled;
       next_look_ = walk.Offset() + std::min(kBytesBetweenLooks, log_.Size() - walk.Offset());
     }
+    next_index_ = walk.Index() + 1;
     if (step == Step::kRecord) {
       const RecoveryResult result = WriteRecord(walk);
       if (result != RecoveryResult::kWhole) return result;
@@ -104,7 +105,6 @@ RecoveryResult LogWriter::WriteRun(const Run& run) {
     }
   }
   end_ = run.end;
-  next_index_ = run.next_index;
   return RecoveryResult::kWhole;
 }
 

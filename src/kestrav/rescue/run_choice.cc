@@ -102,6 +102,12 @@ bool IsExplained(std::uint32_t bytes, std::uint32_t missing) {
   return (bytes > 0) == (missing > 0);
 }
 
+// Where a run ends for the one behind it. An unconfirmed record at its end counts unless that one
+// begins in it.
+std::uint32_t EndOf(const Run& run, const Run& behind) {
+  return run.tail_end != 0 && run.tail_end <= behind.begin ? run.tail_end : run.end;
+}
+
 }  // namespace
 
 bool RunChoice::Choose(const std::vector<Run>& runs, std::vector<Judged>& judged) {
@@ -113,7 +119,12 @@ bool RunChoice::Choose(const std::vector<Run>& runs, std::vector<Judged>& judged
   RejectEmbedded(judged);
   for (int round = 0; round < kRounds; ++round) {
     if (!TakeHeaviest(judged)) return false;
-    if (!DropWeak(judged)) break;
+    bool dropped = false;
+    if (!DropWeak(judged, dropped)) return false;
+    if (!dropped) break;
+  }
+  for (const Judged& head : heads_) {
+    if (!Memory::Append(judged, head)) return false;
   }
   return NameDoubts(judged);
 }
@@ -137,8 +148,8 @@ bool RunChoice::TakeHeaviest(std::vector<Judged>& judged) const {
   });
 }
 
-// Against the nearest runs that are taken so far. Whether any was dropped.
-bool RunChoice::DropWeak(std::vector<Judged>& judged) {
+// Against the nearest runs that are taken so far.
+bool RunChoice::DropWeak(std::vector<Judged>& judged, bool& dropped) {
   std::uint32_t longest = 0;
   for (const Judged& one : judged) {
     if (one.taken) longest = std::max(longest, one.run.records);
@@ -150,11 +161,14 @@ bool RunChoice::DropWeak(std::vector<Judged>& judged) {
     if (one.taken && is_sure(one.run)) KnowIds(one.run);
   }
   const Run* before = nullptr;
-  bool dropped = false;
   for (std::size_t i = 0; i < judged.size(); ++i) {
     Judged& one = judged[i];
     if (!one.taken) continue;
-    if (!is_sure(one.run) && !IsPlausible(before, one.run, NextTaken(judged, i + 1))) {
+    const Run* const behind = NextTaken(judged, i + 1);
+    if (before != nullptr && IsHeadStray(*before, one.run) && !CutHead(one.run)) return false;
+    const bool fits =
+        is_sure(one.run) ? !IsStray(before, one.run, behind) : IsPlausible(before, one.run, behind);
+    if (!fits) {
       one.taken = false;
       one.rejected = true;
       one.doubt = Doubt::kWeakEvidence;
@@ -163,17 +177,49 @@ bool RunChoice::DropWeak(std::vector<Judged>& judged) {
     }
     before = &one.run;
   }
-  return dropped;
+  return true;
+}
+
+// Whether time goes back from the run to the next one, and would not without it.
+bool RunChoice::IsStray(const Run* before, const Run& run, const Run* behind) const {
+  if (before == nullptr || behind == nullptr || run.end == behind->begin) return false;
+  return !IsLater(behind->first_time, run.last_time) &&
+         IsLater(behind->first_time, before->last_time) && behind->records >= kLongRun;
+}
+
+// The first record of a run may be one inside the payload of the damaged record in front of it: it
+// is, for all that is known, where bytes in front of it belong to no missing record.
+bool RunChoice::IsHeadStray(const Run& before, const Run& run) const {
+  return !run.continues && !IsStart(run) && run.records > 1 && before.next_index == run.index &&
+         EndOf(before, run) != run.begin;
+}
+
+bool RunChoice::CutHead(Run& run) {
+  ChainWalk walk(log_, run.begin, run.index);
+  ChainWalk::Step step = walk.Next();
+  while (step != ChainWalk::Step::kEnd && (step = walk.Next()) != ChainWalk::Step::kRecord) {
+  }
+  if (step == ChainWalk::Step::kEnd) return true;
+  Judged head{run, false, true, Doubt::kWeakEvidence};
+  head.run.end = walk.Offset();
+  head.run.tail_end = 0;
+  head.run.records = 1;
+  head.run.next_index = walk.Index();
+  run.begin = walk.Offset();
+  run.index = walk.Index();
+  run.first_time = walk.Header().time_stamp;
+  --run.records;
+  return Memory::Append(heads_, head);
 }
 
 bool RunChoice::IsPlausible(const Run* before, const Run& run, const Run* behind) const {
-  const std::uint32_t from = before == nullptr ? kStreamHeaderSize : before->end;
+  const std::uint32_t from = before == nullptr ? kStreamHeaderSize : EndOf(*before, run);
   const std::uint32_t index = before == nullptr ? 0 : before->next_index;
   if (run.begin < from || !IsExplained(run.begin - from, run.index - index)) return false;
   if (before != nullptr && run.begin == from) return true;
   if (before != nullptr && !IsLater(run.first_time, before->last_time)) return false;
   if (behind == nullptr) return HasKnownIds(run);
-  return IsExplained(behind->begin - run.end, behind->index - run.next_index) &&
+  return IsExplained(behind->begin - EndOf(run, *behind), behind->index - run.next_index) &&
          IsLater(behind->first_time, run.last_time) && HasKnownIds(run);
 }
 

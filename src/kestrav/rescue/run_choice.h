@@ -32,7 +32,11 @@ class RunChoice {
  private:
   static void RejectEmbedded(std::vector<Judged>& judged);
   [[nodiscard]] bool TakeHeaviest(std::vector<Judged>& judged) const;
-  [[nodiscard]] bool DropWeak(std::vector<Judged>& judged);
+  // false: memory is short.
+  [[nodiscard]] bool DropWeak(std::vector<Judged>& judged, bool& dropped);
+  bool IsStray(const Run* before, const Run& run, const Run* behind) const;
+  bool IsHeadStray(const Run& before, const Run& run) const;
+  [[nodiscard]] bool CutHead(Run& run);
   bool IsPlausible(const Run* before, const Run& run, const Run* behind) const;
   void KnowIds(const Run& run);
   bool HasKnownIds(const Run& run) const;
@@ -40,6 +44,7 @@ class RunChoice {
 
   const LogView& log_;
   std::vector<bool>& known_ids_;
+  std::vector<Judged> heads_;  // single records that were cut off
 };
 
 }  // namespace kestrav::rescue

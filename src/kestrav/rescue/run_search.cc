@@ -65,6 +65,10 @@ SearchResult RunSearch::TakeRun(std::uint32_t& at, std::uint32_t index) {
     if (++run.records >= kLongRun) known_ids_[header.client_id] = true;
     if (walk.End() == embedded_end) break;
   }
+  if (step == Step::kUnconfirmed && run.records > 0 && walk.Offset() == run.end) {
+    run.tail_end = walk.End();
+    run.next_index = walk.Index() + 1;
+  }
   // Behind a run it is found again when the search goes on there.
   if (step == Step::kUnconfirmed && run.records == 0 && unconfirmed_.size() < kMostDoubtful &&
       !Memory::Append(unconfirmed_,

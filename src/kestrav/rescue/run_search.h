@@ -16,7 +16,8 @@ struct Run {
   std::uint32_t begin = 0;
   std::uint32_t end = 0;
   std::uint32_t index = 0;       // of what stands at `begin`
-  std::uint32_t next_index = 0;  // of what would stand at `end`
+  std::uint32_t next_index = 0;  // of what would stand behind it
+  std::uint32_t tail_end = 0;    // of an unconfirmed record that stands at `end`; 0: there is none
   std::uint32_t records = 0;     // whole ones
   std::uint32_t first_time = 0;
   std::uint32_t last_time = 0;
