@@ -42,26 +42,29 @@ std::vector<bool> DamagedCopy::Untouched() const {
 
 bool DamagedCopy::PassesForWhole(const Said& said) const {
   for (std::uint32_t i = 0; i < log_.records.size(); ++i) {
-    const SampleLog::Record& record = log_.records[i];
-    Said true_one = record.said;
-    if (true_one.payload.size() != said.payload.size()) continue;
-    true_one.payload = said.payload;
-    const std::size_t at = Find(record.offset, record.offset + kRecordHeaderBytes);
-    if (true_one != said || at == bytes_.size()) continue;
-    if (Xor(said.payload) == Xor(record.said.payload) && Holds(at + kRecordHeaderBytes, said, i)) {
-      return TouchesNothingUntouched({at, record.end - record.offset});
+    Said like_it = log_.records[i].said;
+    like_it.payload = said.payload;
+    if (like_it == said && log_.records[i].said.payload.size() == said.payload.size() &&
+        Xor(log_.records[i].said.payload) == Xor(said.payload) && StandsAsRecord(i, said)) {
+      return true;
     }
   }
   return false;
 }
 
-std::size_t DamagedCopy::Find(std::uint32_t from, std::uint32_t to) const {
-  const auto first = std::find(origins_.begin(), origins_.end(), from);
-  auto at = first;
-  for (std::uint32_t origin = from; origin < to; ++origin, ++at) {
-    if (at == origins_.end() || *at != origin) return bytes_.size();
+bool DamagedCopy::StandsAsRecord(std::uint32_t index, const Said& said) const {
+  const SampleLog::Record& record = log_.records[index];
+  const auto header = At(log_.bytes, record.offset);
+  const auto header_end = header + kRecordHeaderBytes;
+  for (auto from = bytes_.begin();; ++from) {
+    from = std::search(from, bytes_.end(), header, header_end);
+    if (from == bytes_.end()) return false;
+    const auto at = static_cast<std::size_t>(from - bytes_.begin());
+    if (Holds(at + kRecordHeaderBytes, said, index) &&
+        TouchesNothingUntouched({at, record.end - record.offset})) {
+      return true;
+    }
   }
-  return static_cast<std::size_t>(first - origins_.begin());
 }
 
 bool DamagedCopy::Holds(std::size_t at, const Said& said, std::uint32_t index) const {

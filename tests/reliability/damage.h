@@ -40,8 +40,8 @@ class DamagedCopy {
   std::uint32_t Pick(std::size_t below);
   Range AnyRange();
   Range AnySector();
-  // Where bytes of the log up to `to` stand in one piece; the size of the content if they do not.
-  std::size_t Find(std::uint32_t from, std::uint32_t to) const;
+  // Under the header of record `index`, wherever that stands.
+  bool StandsAsRecord(std::uint32_t index, const Said& said) const;
   bool Holds(std::size_t at, const Said& said, std::uint32_t index) const;
   bool TouchesNothingUntouched(Range range) const;
   void Tell(const char* what, Range range);

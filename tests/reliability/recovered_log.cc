@@ -29,13 +29,14 @@ std::uint32_t Get(std::span<const std::uint8_t> bytes, std::size_t at, std::uint
 // Whether each byte is the plain one XOR `key`; eight at a time, since this takes most of the time.
 bool IsScrambled(const std::uint8_t* bytes, const std::uint8_t* plain, std::size_t size,
                  std::uint8_t key) {
+  const std::uint64_t eight_keys = std::uint64_t{key} * 0x0101'0101'0101'0101;
   std::uint64_t difference = 0;
   for (; size >= 8; bytes += 8, plain += 8, size -= 8) {
     std::uint64_t eight;
     std::uint64_t plain_eight;
     std::memcpy(&eight, bytes, 8);
     std::memcpy(&plain_eight, plain, 8);
-    difference |= eight ^ plain_eight ^ key * 0x0101'0101'0101'0101;
+    difference |= eight ^ plain_eight ^ eight_keys;
   }
   for (; size > 0; ++bytes, ++plain, --size) {
     difference |= static_cast<std::uint64_t>(*bytes ^ *plain ^ key);
