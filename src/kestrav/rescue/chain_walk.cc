@@ -67,8 +67,9 @@ void ChainWalk::LookAhead() {
 }
 
 // One changed bit shows in the header's sum, which tells its place in its byte. So only four other
-// sizes are possible. The longest that leads on holds: a shorter one may lead to a record inside
-// the payload. A sound header of another index is no damaged one.
+// sizes are possible. Of those that lead on, the longest holds, since a shorter one leads to a
+// record inside the payload; unless the shorter one leads to a record inside which the longer one
+// ends. A sound header of another index is no damaged one.
 bool ChainWalk::StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& end,
                           int further) const {
   BinaryLogRecordHeader other;
@@ -78,24 +79,32 @@ bool ChainWalk::StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& 
   const auto key = static_cast<std::uint32_t>(wide::Repeat(log_.HeaderKey(index)));
   const std::uint32_t size = Memory::GetLittleEndian<std::uint32_t>(log_.At(at) + kSizeAt) ^ key;
   const std::uint32_t changed = XorSum(log_.At(at), kRecordHeaderSize) ^ kRecordMarker;
-  const std::uint32_t shifts = std::popcount(changed) == 1 ? 32 : 0;
-  std::uint32_t longest = LeadsOn(at, size, index, further) ? size : 0;
-  for (std::uint32_t shift = 0; shift < shifts; shift += 8) {
-    const std::uint32_t other_size = size ^ changed << shift;
-    if (other_size > longest && LeadsOn(at, other_size, index, further)) longest = other_size;
+  std::uint32_t next_end = 0;
+  end = 0;
+  const auto attempt = [&](std::uint32_t candidate) {
+    std::uint32_t to = 0, to_next = 0;
+    if (!LeadsOn(at, candidate, index, to, to_next, further)) return;
+    if (end != 0 && (to < end ? end >= to_next : to < next_end)) return;
+    end = to;
+    next_end = to_next;
+  };
+  attempt(size);
+  if (std::popcount(changed) == 1) {
+    for (std::uint32_t shift = 0; shift < 32; shift += 8) attempt(size ^ changed << shift);
   }
-  end = at + kRecordHeaderSize + longest;
-  return longest > 0;
+  return end != 0;
 }
 
 bool ChainWalk::LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index,
-                        int further) const {
+                        std::uint32_t& end, std::uint32_t& next_end, int further) const {
   if (size == 0 || size > log_.Size() - at - kRecordHeaderSize) return false;
-  const std::uint32_t end = at + kRecordHeaderSize + size;
+  end = at + kRecordHeaderSize + size;
   BinaryLogRecordHeader header;
-  std::uint32_t ignored = 0;
-  return end == log_.Size() || log_.ReadHeaderOf(index + 1, end, header) ||
-         StepsOver(end, index + 1, ignored, further - 1);
+  if (log_.ReadHeaderOf(index + 1, end, header)) {
+    next_end = end + kRecordHeaderSize + header.payload_size;
+    return true;
+  }
+  return end == log_.Size() || StepsOver(end, index + 1, next_end, further - 1);
 }
 
 // One payload in 256 passes its checksum although it is damaged. Where the next record begins as it

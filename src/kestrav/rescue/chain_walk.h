@@ -42,7 +42,9 @@ class ChainWalk {
   // Looks at what stands at `end_` and is to be the record `index_`.
   void LookAhead();
   bool StepsOver(std::uint32_t at, std::uint32_t index, std::uint32_t& end, int further) const;
-  bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, int further) const;
+  // Whether a record of `size` bytes would end where the next one begins, and where that one ends.
+  bool LeadsOn(std::uint32_t at, std::uint32_t size, std::uint32_t index, std::uint32_t& end,
+               std::uint32_t& next_end, int further) const;
   bool IsConfirmed() const;
   bool IsOutOfTime() const;
 
