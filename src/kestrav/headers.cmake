@@ -33,6 +33,7 @@ set(KESTRAV_STABLE_HEADERS
     host/thread/worker_thread.h
     host/time/manual_source.h
     host/time/source.h
+    rescue/recovery.h
     types/notification.h
     types/playback_types.h)
 

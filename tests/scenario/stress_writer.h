@@ -62,8 +62,19 @@ class StressWriter {
     return {};
   }
 
+  // What became of the messages.
+  struct Tally {
+    std::size_t accepted = 0;
+    std::size_t refused = 0;
+    std::size_t on_file = 0;
+    std::size_t guarded = 0;  // of those on file
+    std::size_t unguarded = 0;
+  };
+
   // After the last round: whether the logs hold what was accepted, where it must be, and no more.
-  std::string Verify() {
+  std::string Verify(Tally& tally) {
+    for (const int answer : answers_) ++(answer != kRefused ? tally.accepted : tally.refused);
+    tally.on_file += found_.size();
     std::size_t next = 0;
     for (const Found& found : found_) {
       for (; next < found.number; ++next) {
@@ -75,19 +86,15 @@ class StressWriter {
         return "message " + std::to_string(found.number) + " is in log " +
                std::to_string(found.round) + " instead of " + std::to_string(answer);
       }
-      ++(answer >= 0 ? guarded : unguarded);
+      ++(answer >= 0 ? tally.guarded : tally.unguarded);
     }
     for (; next < answers_.size(); ++next) {
       if (answers_[next] != kRefused) return "lost message " + std::to_string(next);
     }
-    refused = answers_.size() - guarded - unguarded;
     return {};
   }
 
   RecordingClient client;
-  std::size_t guarded = 0;
-  std::size_t unguarded = 0;
-  std::size_t refused = 0;
   std::atomic<int> wrongly_refused = 0;
 
  private:

@@ -28,13 +28,17 @@ struct Fault {
   std::uint32_t missing;
 };
 
+using Look = std::function<void(const FileAccess&)>;
+using ResultLook = std::function<void(const FileAccess&, std::int64_t)>;
+
 struct Script {
   std::mutex mutex;
   bool in_use = false;
   std::array<std::uint32_t, kKinds> calls{};
   std::vector<Fault> faults;
   std::optional<std::uint64_t> free_bytes;
-  std::shared_ptr<const std::function<void(const FileAccess&)>> watch;
+  std::shared_ptr<const Look> watch;
+  std::shared_ptr<const ResultLook> result_watch;
 };
 
 Script script;
@@ -53,6 +57,7 @@ struct Fate {
   int error = 0;
   std::uint32_t missing = 0;
   std::optional<std::uint64_t> free_bytes;
+  std::shared_ptr<const ResultLook> result_watch;
 };
 
 // Allocates nothing, so it does not matter whether memory is short.
@@ -60,7 +65,7 @@ Fate FateOf(const FileAccess& access) {
   std::unique_lock lock(script.mutex);
   if (!script.in_use) return {};
   const std::uint32_t number = ++CallsOf(access.call);
-  Fate fate{0, 0, script.free_bytes};
+  Fate fate{0, 0, script.free_bytes, script.result_watch};
   for (const Fault& fault : script.faults) {
     if (fault.call != access.call || number < fault.first || number > fault.last) continue;
     fate.error = fault.error;
@@ -72,9 +77,19 @@ Fate FateOf(const FileAccess& access) {
   return fate;
 }
 
-int FailWith(int error) {
+// Makes the call unless it fails, and tells how it ended.
+template <class Call>
+auto Meet(const Fate& fate, const FileAccess& access, Call call) {
+  decltype(call()) result = -1;
+  if (fate.error == 0) {
+    result = call();
+  } else {
+    errno = fate.error;
+  }
+  const int error = errno;
+  if (fate.result_watch) (*fate.result_watch)(access, result);
   errno = error;
-  return -1;
+  return result;
 }
 
 // The system's own function, behind the one of this file and that of a sanitizer.
@@ -96,6 +111,7 @@ FailingFiles::~FailingFiles() {
   script.in_use = false;
   script.calls = {};
   script.watch.reset();
+  script.result_watch.reset();
 }
 
 void FailingFiles::Fail(FileCall call, int error, std::uint32_t at, Lasts lasts) {
@@ -112,9 +128,15 @@ void FailingFiles::SetFreeBytes(std::uint64_t bytes) {
 }
 
 void FailingFiles::Watch(std::function<void(const FileAccess&)> look) {
-  auto watch = std::make_shared<const std::function<void(const FileAccess&)>>(std::move(look));
+  auto watch = std::make_shared<const Look>(std::move(look));
   const std::lock_guard lock(script.mutex);
   script.watch = std::move(watch);
+}
+
+void FailingFiles::WatchResults(std::function<void(const FileAccess&, std::int64_t)> look) {
+  auto watch = std::make_shared<const ResultLook>(std::move(look));
+  const std::lock_guard lock(script.mutex);
+  script.result_watch = std::move(watch);
 }
 
 void FailingFiles::Heal() {
@@ -134,42 +156,45 @@ std::uint32_t FailingFiles::Calls(FileCall call) const {
 // the names for long files.
 static_assert(sizeof(off_t) == 8);
 
-using kestrav::test::FailWith;
 using kestrav::test::Fate;
 using kestrav::test::FateOf;
+using kestrav::test::FileAccess;
 using kestrav::test::FileCall;
+using kestrav::test::Meet;
 using kestrav::test::Next;
 
 extern "C" ssize_t pwrite(int descriptor, const void* data, size_t size, off_t at) {
   static const auto real = Next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite64");
-  const Fate fate = FateOf({FileCall::kPwrite, descriptor, static_cast<const std::uint8_t*>(data),
-                            size, static_cast<std::uint64_t>(at)});
-  if (fate.error != 0) return FailWith(fate.error);
+  const FileAccess access{FileCall::kPwrite, descriptor, static_cast<const std::uint8_t*>(data),
+                          size, static_cast<std::uint64_t>(at)};
+  const Fate fate = FateOf(access);
   const size_t missing = std::min<size_t>(fate.missing, size > 0 ? size - 1 : 0);
-  return real(descriptor, data, size - missing, at);
+  return Meet(fate, access, [&] { return real(descriptor, data, size - missing, at); });
 }
 
 extern "C" int fdatasync(int descriptor) {
   static const auto real = Next<int (*)(int)>("fdatasync");
-  const Fate fate = FateOf({FileCall::kFdatasync, descriptor, nullptr, 0, 0});
-  return fate.error != 0 ? FailWith(fate.error) : real(descriptor);
+  const FileAccess access{FileCall::kFdatasync, descriptor, nullptr, 0, 0};
+  return Meet(FateOf(access), access, [&] { return real(descriptor); });
 }
 
 extern "C" int ftruncate(int descriptor, off_t length) noexcept {
   static const auto real = Next<int (*)(int, off_t)>("ftruncate64");
-  const Fate fate =
-      FateOf({FileCall::kFtruncate, descriptor, nullptr, static_cast<std::uint64_t>(length), 0});
-  return fate.error != 0 ? FailWith(fate.error) : real(descriptor, length);
+  const FileAccess access{FileCall::kFtruncate, descriptor, nullptr,
+                          static_cast<std::uint64_t>(length), 0};
+  return Meet(FateOf(access), access, [&] { return real(descriptor, length); });
 }
 
 extern "C" int fstatvfs(int descriptor, struct statvfs* status) noexcept {
   static const auto real = Next<int (*)(int, struct statvfs*)>("fstatvfs64");
-  const Fate fate = FateOf({FileCall::kFstatvfs, descriptor, nullptr, 0, 0});
-  if (fate.error != 0) return FailWith(fate.error);
-  const int result = real(descriptor, status);
-  if (result == 0 && fate.free_bytes) {
-    status->f_frsize = 1;
-    status->f_bavail = *fate.free_bytes;
-  }
-  return result;
+  const FileAccess access{FileCall::kFstatvfs, descriptor, nullptr, 0, 0};
+  const Fate fate = FateOf(access);
+  return Meet(fate, access, [&] {
+    const int result = real(descriptor, status);
+    if (result == 0 && fate.free_bytes) {
+      status->f_frsize = 1;
+      status->f_bavail = *fate.free_bytes;
+    }
+    return result;
+  });
 }

@@ -42,7 +42,10 @@ class FailingFiles {
   // Runs `look` before each call that was not begun yet, on its thread. It may wait.
   void Watch(std::function<void(const FileAccess&)> look);
 
-  // Takes all faults and the free bytes back; the counts and the watch stay.
+  // Runs `look` after each call, on its thread, with what the call answers.
+  void WatchResults(std::function<void(const FileAccess&, std::int64_t result)> look);
+
+  // Takes all faults and the free bytes back; the counts and the watches stay.
   void Heal();
 
   // How many calls of a kind there were, failed ones included.

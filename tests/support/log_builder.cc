@@ -12,14 +12,13 @@ void Put(Bytes& bytes, std::size_t at, std::uint64_t value, std::size_t size) {
   }
 }
 
-// The key byte of a record: never 0 in a scrambled stream, no scrambling with a stream key of 0.
+}  // namespace
+
 std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
   if (stream_key == 0) return 0;
   const auto key = static_cast<std::uint8_t>((stream_key + index) % 256);
   return key == 0 ? 1 : key;
 }
-
-}  // namespace
 
 std::uint8_t Xor(std::string_view bytes) {
   std::uint8_t result = 0;

@@ -54,6 +54,9 @@ class LogBuilder {
   bool damaged_ = false;
 };
 
+// The key byte of a record: never 0 in a scrambled stream, no scrambling with a stream key of 0.
+std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index);
+
 // The XOR of all bytes, one by one.
 std::uint8_t Xor(std::string_view bytes);
 

@@ -146,13 +146,13 @@ void AddRecord(CLI::App& app, ExitCode& exit_code) {
                    "Seconds after which what was written is on the device; 0 leaves it to the "
                    "system")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 86'400.0))
+      ->check(CLI::Range(0.0, 86'400.0).description(""))
       ->capture_default_str();
   command
       ->add_option("--reserve", options->reserve_bytes,
                    "Space to leave free on the disk, as in 500k or 1g")
       ->type_name("SIZE")
-      ->transform(CLI::AsSizeValue(false))
+      ->transform(CLI::AsSizeValue(false).description(""))
       ->default_str("16m");
   command->add_option("SOURCE", options->source, "NAME=lines:-")->required();
   command->footer(

@@ -77,7 +77,7 @@ void KestravImpl::Retire(const SmartPtr::Ptr<IBinaryPlayback>& playback) {
 bool KestravImpl::SetPlaybackMode(PlaybackModeType mode) {
   Lock lock(lock_);
   if (mode > PlaybackModePassThrough) return false;
-  if (mode == playback_mode_) return true;
+  if (mode == playback_mode_ && playback_) return true;
   if (IsOnThreadOf(playback_.get())) return false;
   SmartPtr::Ptr<IBinaryPlayback> playback = CreateBinaryPlayback(mode);
   playback.swap(playback_);

@@ -26,15 +26,6 @@ namespace {
 using Content = BinaryEncoder::Content;
 using Keys = BinaryEncoder::Keys;
 
-// The 16 bits of the selection that the stream header holds. Bit 15 doubles as the mark that the
-// selection does not fit and stands in the extended selection record.
-std::uint16_t HeaderSelection(std::uint64_t selection) {
-  constexpr std::uint32_t kDoesNotFit = 0x8000;
-  const auto low = static_cast<std::uint32_t>(selection);
-  const bool fits = selection <= 0xFFFF;
-  return static_cast<std::uint16_t>(fits ? low : low | kDoesNotFit);
-}
-
 constexpr std::uint32_t kLargestPayload =
     std::numeric_limits<std::uint32_t>::max() - kRecordHeaderSize;
 
@@ -126,7 +117,7 @@ bool BinaryEncoder::Start(std::uint64_t selection) {
   start_clock_ = 0;
   if (selection == 0 || !IsStreamValid() || !Reset()) return false;
   start_clock_ = stream_header_.start_clock;
-  stream_header_.client_selection = HeaderSelection(selection);
+  stream_header_.client_selection = BinaryLogStreamHeader::Selection(selection);
   return WriteStreamHeader();
 }
 
@@ -218,7 +209,8 @@ void BinaryEncoder::Stop() {
   if (IsStreamValid()) {
     stream_header_.recording_duration =
         last_time_stamp_ >= start_clock_ ? 1000 * GetRecordingTimeScnds() : 0;
-    if (!Flush()) DropUnflushed();
+    // This is the last chance of what is buffered, so a disk that failed once is asked again.
+    if (!Flush() && !Flush()) DropUnflushed();
     bytes_written_ = std::max(bytes_written_, kStreamHeaderSize);
     stream_header_.stream_length = bytes_written_;
     if (SeekStream(0) && WriteStreamHeader()) {
@@ -227,6 +219,64 @@ void BinaryEncoder::Stop() {
     }
   }
   SetLogStream(nullptr);
+}
+
+bool BinaryEncoder::StartLike(const BinaryLogStreamHeader& header) {
+  if (!IsStreamValid()) return false;
+  record_count_ = 0;
+  bytes_written_ = 0;
+  stream_header_ = header;
+  start_clock_ = header.start_clock;
+  const bool scrambled_headers = header_crypter_.Initialize(header.header_key);
+  const bool scrambled_data = data_crypter_.Initialize(header.data_key);
+  scrambling_ = scrambled_headers || scrambled_data;
+  return WriteStreamHeader();
+}
+
+bool BinaryEncoder::CopyRecord(const BinaryLogRecordHeader& header, const std::uint8_t* payload,
+                               std::uint8_t key) {
+  if (!IsStreamValid() || header.payload_size > kLargestPayload) return false;
+  const std::uint32_t size = header.payload_size + kRecordHeaderSize;
+  const Keys keys = NextKeys();
+  BinaryLogRecordHeader copy = header;
+  copy.reserved = 0;
+  copy.record_index = keys.index;
+  copy.Seal(header.payload_checksum);
+  const auto change = static_cast<std::uint8_t>(key ^ keys.data);
+  if (std::uint8_t* const room = Stream()->Reserve(size); room != nullptr) {
+    copy.Serialize(room, keys.header);
+    static_cast<void>(XorCopy(room + kRecordHeaderSize, payload, header.payload_size, change));
+    Stream()->Commit(size);
+  } else {
+    std::uint8_t bytes[kRecordHeaderSize];
+    copy.Serialize(bytes, keys.header);
+    if (!WritePieces(bytes, payload, header.payload_size, change)) return false;
+  }
+  CountRecord(size, header.time_stamp);
+  return true;
+}
+
+bool BinaryEncoder::WritePieces(const std::uint8_t* header, const std::uint8_t* payload,
+                                std::uint32_t size, std::uint8_t key) {
+  constexpr std::uint32_t kPiece = 4096;
+  if (!Write(header, kRecordHeaderSize)) return false;
+  if (key == 0) return Write(payload, size);
+  std::uint8_t piece[kPiece];
+  for (std::uint32_t at = 0; at < size;) {
+    const std::uint32_t part = std::min(size - at, kPiece);
+    static_cast<void>(XorCopy(piece, payload + at, part, key));
+    if (!Write(piece, part)) return false;
+    at += part;
+  }
+  return true;
+}
+
+bool BinaryEncoder::Finish(std::uint32_t duration_ms) {
+  stream_header_.recording_duration = duration_ms;
+  stream_header_.stream_length = bytes_written_;
+  const bool written = SeekStream(0) && WriteStreamHeader() && SeekStream(0);
+  SetLogStream(nullptr);
+  return written;
 }
 
 }  // namespace kestrav

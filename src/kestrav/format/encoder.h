@@ -7,6 +7,7 @@
 
 #include "kestrav/format/crypter.h"
 #include "kestrav/format/log_message.h"
+#include "kestrav/format/record_header.h"
 #include "kestrav/format/stream_header.h"
 #include "kestrav/host/api.h"
 #include "kestrav/host/io/stream.h"
@@ -75,6 +76,17 @@ class KESTRAV_API BinaryEncoder : public Logger {
   // seek, the provisional header stays.
   void Stop();
 
+  // The three for logs that are made of other logs. Starts one with the fields of `header`, keys
+  // too, and writes it as the provisional header. false: no stream, or the write failed.
+  [[nodiscard]] bool StartLike(const BinaryLogStreamHeader& header);
+  // Writes a record that says what `header` says, under the next index. `payload` holds its bytes,
+  // each XORed with `key`; they stay as they are and their checksum is believed. Allocates nothing.
+  // false: the stream refused; what it holds is no log then.
+  [[nodiscard]] bool CopyRecord(const BinaryLogRecordHeader& header, const std::uint8_t* payload,
+                                std::uint8_t key);
+  // As `Stop`, with this duration. false: the header cannot be written.
+  [[nodiscard]] bool Finish(std::uint32_t duration_ms);
+
   // Since the last `Reset`. Records, without those that were given up by `Stop`.
   std::uint32_t RecordCount() const { return record_count_; }
   // Records that `Stop` gave up.
@@ -97,6 +109,8 @@ class KESTRAV_API BinaryEncoder : public Logger {
 
  private:
   [[nodiscard]] bool WriteOtherRecord(LogMessage& message);
+  [[nodiscard]] bool WritePieces(const std::uint8_t* header, const std::uint8_t* payload,
+                                 std::uint32_t size, std::uint8_t key);
   [[nodiscard]] bool WriteWithoutRoom(const Content& content);
   void DropUnflushed();
   Keys NextKeys() const {

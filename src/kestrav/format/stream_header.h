@@ -29,6 +29,14 @@ class KESTRAV_API BinaryLogStreamHeader {
   void Reset();
   void Assign(const BinaryLogStreamHeader& other) { *this = other; }
 
+  // The 16 bits of the clients in `mask` (bit n: client id n) that the header holds. Bit 15 doubles
+  // as the mark that they do not fit and stand in the extended selection record.
+  static constexpr std::uint16_t Selection(std::uint64_t mask) {
+    constexpr std::uint32_t kDoesNotFit = 0x8000;
+    const auto low = static_cast<std::uint32_t>(mask);
+    return static_cast<std::uint16_t>(mask <= 0xFFFF ? low : low | kDoesNotFit);
+  }
+
   // Writes the 128 bytes at the stream's position. false: the magic is wrong or the start time
   // below 1, and nothing was written; or the write failed.
   [[nodiscard]] bool WriteOut(Io::IOutputStream& stream) const;

@@ -224,10 +224,13 @@ bool BinaryLogger::StartBinaryLogging() {
   Lock lock(state_lock_);
   refused_ = 0;
   const std::uint64_t selection = clients_->GetLoggingSelectionMap().Get().Mask();
-  if (encoder_.Start(selection) && WriteFirstRecords(selection)) {
+  const bool opened = encoder_.Start(selection);
+  if (opened && WriteFirstRecords(selection)) {
     status_ = LoggingRunning;
     return true;
   }
+  // The next start may be to the same stream: its header belongs over this one.
+  if (opened) static_cast<void>(encoder_.SeekStream(0));
   status_ = LoggingOff;
   dictionary_.clear();
   // There is no log for what was queued meanwhile, and the next one is not its place.

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "support/log_builder.h"
+#include "support/reference_reader.h"
 #include "unit/format/format_test_util.h"
-#include "unit/format/reference_reader.h"
 
 namespace kestrav::test {
 namespace {

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -14,6 +13,7 @@
 #include "kestrav/format/decoder.h"
 #include "kestrav/format/log_message.h"
 #include "kestrav/host/memory/mem_block.h"
+#include "support/said.h"
 #include "support/streams.h"
 
 namespace kestrav::test {
@@ -38,36 +38,12 @@ inline const std::uint8_t* Data(std::string_view text) {
   return reinterpret_cast<const std::uint8_t*>(text.data());
 }
 
-inline std::string Payload(const ILogMessage& message) {
-  if (message.GetDataPointer() == nullptr) return "";
-  return std::string(reinterpret_cast<const char*>(message.GetDataPointer()),
-                     message.GetDataSize());
-}
-
 inline SmartPtr::Ptr<LogMessage> Message(std::uint16_t client, std::uint16_t data_id,
                                          std::uint32_t time_ms, std::string_view payload) {
   auto message = std::make_shared<LogMessage>();
   EXPECT_TRUE(message->Assign(client, data_id, Data(payload),
                               static_cast<std::uint32_t>(payload.size()), time_ms));
   return message;
-}
-
-// What a message says, in a form that compares and prints.
-struct Said {
-  std::uint16_t client = kNoId;
-  std::uint16_t data_id = kNoId;
-  std::uint32_t time_ms = 0;
-  std::string payload;
-
-  friend bool operator==(const Said&, const Said&) = default;
-  friend std::ostream& operator<<(std::ostream& out, const Said& said) {
-    return out << said.client << '/' << said.data_id << '@' << said.time_ms << ' '
-               << testing::PrintToString(said.payload);
-  }
-};
-
-inline Said WhatSays(const LogMessage& message) {
-  return {message.GetClientID(), message.GetDataID(), message.time_stamp, Payload(message)};
 }
 
 // A decoder at the first record of a log.

@@ -5,7 +5,7 @@
 
 #include "kestrav/format/decoder.h"
 #include "support/log_builder.h"
-#include "unit/format/reference_reader.h"
+#include "support/reference_reader.h"
 #include "unit/format/window_streams.h"
 
 namespace kestrav::test {

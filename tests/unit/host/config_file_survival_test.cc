@@ -50,6 +50,8 @@ INSTANTIATE_TEST_SUITE_P(
         Change{"[S]\nb = 1\n\n\n", "[S]\nb = 1\na = 2\n\n\n"},
         Change{"[S]\nb = 1\nnoise\n\n[T]\n", "[S]\nb = 1\nnoise\na = 2\n\n[T]\n"},
         Change{"[S]\nb = 1\nb = 2\n[T]\n", "[S]\nb = 1\nb = 2\na = 2\n[T]\n"},
+        Change{"[S]\nb = 1\n[]\nc = 1\n", "[S]\nb = 1\na = 2\n[]\nc = 1\n"},
+        Change{"[S]\nb = 1\nnoise\n[\nc\n", "[S]\nb = 1\nnoise\na = 2\n[\nc\n"},
         Change{"[S]\r\nb = 1\r\n[T]\r\n", "[S]\r\nb = 1\r\na = 2\r\n[T]\r\n"},
         Change{"[S]\r\nb = 1", "[S]\r\nb = 1\r\na = 2"}));
 

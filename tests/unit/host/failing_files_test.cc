@@ -92,6 +92,19 @@ TEST_F(FailingFilesTest, TellOfFreeBytesAndShowEachCall) {
   EXPECT_THAT(seen, testing::ElementsAre(0, 0, 3, 7));
 }
 
+TEST_F(FailingFilesTest, ShowWhatEachCallAnswers) {
+  std::vector<std::int64_t> answers;
+  files_.WatchResults([&](const FileAccess&, std::int64_t result) { answers.push_back(result); });
+  files_.Fail(FileCall::kPwrite, EIO, 2);
+  files_.WriteShort(1, 3);
+  EXPECT_EQ(Write("abc", 0), 3);
+  EXPECT_EQ(Write("abc", 0), -1);
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(Write("abc", 0), 2);
+  EXPECT_EQ(fdatasync(file_.Get()), 0);
+  EXPECT_THAT(answers, testing::ElementsAre(3, -1, 2, 0));
+}
+
 TEST_F(FailingFilesTest, ReachTheLibrary) {
   Io::BufferedFileOutputStream stream;
   ASSERT_TRUE(stream.Open(Wide(path_), Io::OpenMode::kCreate));

@@ -73,9 +73,10 @@ class TextDocument::Parser {
         Section(whole, line.name);
         break;
       case TextLine::Kind::kBadSection:
-        Unused(whole, "The name of this section cannot be read; its entries are not used.");
-        group_ = nullptr;
+        group_ = nullptr;  // it ends the section before it
         skips_ = true;
+        last_ = Last::kHeader;
+        Unused(whole, "The name of this section cannot be read; its entries are not used.");
         break;
       case TextLine::Kind::kEntry:
         Entry(whole, line);

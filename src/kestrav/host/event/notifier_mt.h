@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -66,7 +67,10 @@ class NotifierMT {
  private:
   class Slot {
    public:
-    Slot(std::uint32_t id, Observer observer) : id_(id), observer_(std::move(observer)) {}
+    // Has room for its callers, so that an event is not missed when memory is short.
+    Slot(std::uint32_t id, Observer observer) : id_(id), observer_(std::move(observer)) {
+      callers_.reserve(kCallersAtOnce);
+    }
 
     std::uint32_t Id() const { return id_; }
 
@@ -85,6 +89,8 @@ class NotifierMT {
     }
 
    private:
+    static constexpr std::size_t kCallersAtOnce = 8;
+
     bool Enter() {
       const std::lock_guard lock(mutex_);
       return !closed_ && Memory::Try([&] { callers_.push_back(std::this_thread::get_id()); });

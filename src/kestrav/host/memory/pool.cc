@@ -133,7 +133,7 @@ void* BlockPool::Take() noexcept {
   Block* const block = cache.open;
   if (block == nullptr) return TakeFromOthers();
   // Another thread may have had the next one last: what is needed of it comes over meanwhile.
-  for (const std::size_t at : {0, 64, 127}) {
+  for (const std::size_t at : {0U, 64U, 127U}) {
     __builtin_prefetch(reinterpret_cast<std::byte*>(block->next) + at, 1);
   }
   cache.open = block->next;

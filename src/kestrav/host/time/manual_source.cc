@@ -1,7 +1,6 @@
 #include "kestrav/host/time/manual_source.h"
 
 #include <algorithm>
-#include <iterator>
 #include <limits>
 
 namespace kestrav::Time {
@@ -91,16 +90,27 @@ bool ManualSource::Wait(Waiter& waiter, std::uint32_t timeout_ms) {
   Thread::ScopedLock lock(mutex_);
   const bool limited = timeout_ms != kNoLimit;
   if (timeout_ms == 0) return waiter.IsNotified();
-  pending_.push_back({&waiter, is_worker, limited, elapsed_ms_ + timeout_ms, false});
-  const auto self = std::prev(pending_.end());
+  Pending self{&waiter, is_worker, limited, elapsed_ms_ + timeout_ms, false, nullptr};
+  Add(self);
   changed_.notify_all();
   lock.Unlock();
   waiter.Block(kNoLimit);
   lock.Lock();
-  const bool expired = self->expired;
-  pending_.erase(self);
+  Remove(self);
   changed_.notify_all();
-  return !expired;
+  return !self.expired;
+}
+
+void ManualSource::Add(Pending& pending) {
+  Pending** at = &pending_;
+  while (*at != nullptr) at = &(*at)->next;
+  *at = &pending;
+}
+
+void ManualSource::Remove(Pending& pending) {
+  Pending** at = &pending_;
+  while (*at != &pending) at = &(*at)->next;
+  *at = pending.next;
 }
 
 void ManualSource::OnThreadStarting() {
@@ -117,9 +127,11 @@ void ManualSource::OnThreadEnded() {
 }
 
 bool ManualSource::AllRest() {
-  const auto rests = [](const Pending& p) { return p.worker && !p.waiter->IsNotified(); };
-  return static_cast<std::uint32_t>(std::count_if(pending_.begin(), pending_.end(), rests)) ==
-         workers_;
+  std::uint32_t resting = 0;
+  for (const Pending* p = pending_; p != nullptr; p = p->next) {
+    if (p->worker && !p->waiter->IsNotified()) ++resting;
+  }
+  return resting == workers_;
 }
 
 // The analysis cannot follow std::unique_lock.
@@ -131,9 +143,9 @@ void ManualSource::WaitUntilAllRest() NO_THREAD_SAFETY_ANALYSIS {
 
 ManualSource::Pending* ManualSource::NextDue(std::uint64_t until_ms) {
   Pending* next = nullptr;
-  for (Pending& p : pending_) {
-    if (!p.limited || p.due_ms > until_ms || p.waiter->IsNotified()) continue;
-    if (next == nullptr || p.due_ms < next->due_ms) next = &p;
+  for (Pending* p = pending_; p != nullptr; p = p->next) {
+    if (!p->limited || p->due_ms > until_ms || p->waiter->IsNotified()) continue;
+    if (next == nullptr || p->due_ms < next->due_ms) next = p;
   }
   return next;
 }

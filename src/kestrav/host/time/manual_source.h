@@ -3,7 +3,6 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <list>
 
 #include "kestrav/host/time/source.h"
 
@@ -55,14 +54,18 @@ class KESTRAV_API ManualSource final : public ISource {
   void OnThreadEnded() override;
 
  private:
+  // Stands on the stack of the waiting thread, so a wait allocates nothing.
   struct Pending {
     Waiter* waiter;
     bool worker;
     bool limited;
     std::uint64_t due_ms;
     bool expired;
+    Pending* next;
   };
 
+  void Add(Pending& pending) REQUIRES(mutex_);
+  void Remove(Pending& pending) REQUIRES(mutex_);
   bool AllRest() REQUIRES(mutex_);
   void WaitUntilAllRest() REQUIRES(mutex_);
   Pending* NextDue(std::uint64_t until_ms) REQUIRES(mutex_);
@@ -74,7 +77,7 @@ class KESTRAV_API ManualSource final : public ISource {
   std::condition_variable changed_;
   std::uint64_t elapsed_ms_ GUARDED_BY(mutex_) = 0;
   std::uint32_t workers_ GUARDED_BY(mutex_) = 0;
-  std::list<Pending> pending_ GUARDED_BY(mutex_);  // in the order in which the waits began
+  Pending* pending_ GUARDED_BY(mutex_) = nullptr;  // in the order in which the waits began
   bool failing_ms_ GUARDED_BY(mutex_) = false;
   std::uint32_t readings_left_ GUARDED_BY(mutex_) = 0;
   bool failing_wall_ GUARDED_BY(mutex_) = false;

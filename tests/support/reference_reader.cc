@@ -1,10 +1,6 @@
-#include "unit/format/reference_reader.h"
-
-#include <utility>
+#include "support/reference_reader.h"
 
 namespace kestrav::test {
-
-ReferenceReader::ReferenceReader(Bytes log) : log_(std::move(log)) {}
 
 std::uint8_t ReferenceReader::Unscrambled(std::size_t at, std::uint8_t stream_key,
                                           std::uint32_t index) const {

@@ -1,11 +1,11 @@
-#ifndef KESTRAV_TESTS_UNIT_FORMAT_REFERENCE_READER_H_
-#define KESTRAV_TESTS_UNIT_FORMAT_REFERENCE_READER_H_
+#ifndef KESTRAV_TESTS_SUPPORT_REFERENCE_READER_H_
+#define KESTRAV_TESTS_SUPPORT_REFERENCE_READER_H_
 
 #include <cstddef>
 #include <cstdint>
 
+#include "support/said.h"
 #include "support/streams.h"
-#include "unit/format/format_test_util.h"
 
 namespace kestrav::test {
 
@@ -15,11 +15,17 @@ class ReferenceReader {
  public:
   enum Code : std::uint32_t { kGood = 0, kBad = 1, kShort = 2 };
 
-  // Starts at the first record of a log whose stream header is whole.
-  explicit ReferenceReader(Bytes log);
+  // Starts at the first record of a log whose stream header is whole; the log is not copied.
+  explicit ReferenceReader(const Bytes& log) : log_(log) {}
+  explicit ReferenceReader(Bytes&& log) = delete;
 
   std::uint32_t Position() const { return position_; }
   void SetPosition(std::uint32_t position) { position_ = position; }
+  // As a reader stands at `position` that has read `index` records of a log without damage.
+  void StandAt(std::uint32_t position, std::uint32_t index) {
+    position_ = position;
+    expected_index_ = index;
+  }
 
   Code Scan();
   Code NextHeaderAndSkip(Said& said);
@@ -42,11 +48,11 @@ class ReferenceReader {
   Code Skip(const Header& header);
   Code NextHeader(Header& header);
 
-  const Bytes log_;
+  const Bytes& log_;
   std::uint32_t position_ = 128;
   std::uint32_t expected_index_ = 0;
 };
 
 }  // namespace kestrav::test
 
-#endif  // KESTRAV_TESTS_UNIT_FORMAT_REFERENCE_READER_H_
+#endif  // KESTRAV_TESTS_SUPPORT_REFERENCE_READER_H_
