@@ -78,6 +78,7 @@ class FailingStorage : public testing::TestWithParam<Case> {
   static bool StaysTorn(Extent extent) {
     return GetParam().kind == Kind::kTorn && extent == Extent::kFromThenOn;
   }
+
   // Records with write `at` of the file failing; whether it came to that.
   bool Run(std::uint32_t at, Extent extent) {
     std::filesystem::remove(path_);
