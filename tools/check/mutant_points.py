@@ -25,6 +25,7 @@ SUPPORT = """#ifndef KESTRAV_MUTANTS_H_
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <type_traits>
 
 namespace kestrav_mutants {
 
@@ -49,19 +50,30 @@ class Reached {
 };
 inline Reached reached;
 
-inline bool On(int mutant) {
+inline bool OnNow(int mutant) {
   if (reached.path != nullptr) reached.mutants[mutant].store(true, std::memory_order_relaxed);
   return mutant == active;
 }
 
+// What the compiler evaluates stays as it is.
+constexpr bool On(int mutant) { return std::is_constant_evaluated() ? false : OnNow(mutant); }
+
 template <class A, class B>
-bool Less(int mutant, const A& a, const B& b) { return On(mutant) ? a <= b : a < b; }
+constexpr bool Less(int mutant, const A& a, const B& b) {
+  return On(mutant) ? a <= b : a < b;
+}
 template <class A, class B>
-bool LessEqual(int mutant, const A& a, const B& b) { return On(mutant) ? a < b : a <= b; }
+constexpr bool LessEqual(int mutant, const A& a, const B& b) {
+  return On(mutant) ? a < b : a <= b;
+}
 template <class A, class B>
-bool Greater(int mutant, const A& a, const B& b) { return On(mutant) ? a >= b : a > b; }
+constexpr bool Greater(int mutant, const A& a, const B& b) {
+  return On(mutant) ? a >= b : a > b;
+}
 template <class A, class B>
-bool GreaterEqual(int mutant, const A& a, const B& b) { return On(mutant) ? a > b : a >= b; }
+constexpr bool GreaterEqual(int mutant, const A& a, const B& b) {
+  return On(mutant) ? a > b : a >= b;
+}
 
 }  // namespace kestrav_mutants
 #endif  // KESTRAV_MUTANTS_H_
@@ -123,10 +135,10 @@ class Source:
         """Decided by the compiler, so that nothing can be changed later."""
         if cursor.kind == Kind.STATIC_ASSERT or cursor.kind.is_attribute():
             return True
-        if cursor.kind not in (Kind.VAR_DECL, Kind.IF_STMT, *DEFINITIONS):
+        if cursor.kind not in (Kind.VAR_DECL, Kind.IF_STMT):
             return False
-        words = [token.spelling for _, token in zip(range(8), cursor.get_tokens())]
-        return "constexpr" in words or "consteval" in words
+        words = [token.spelling for _, token in zip(range(4), cursor.get_tokens())]
+        return "constexpr" in words
 
     def condition(self, cursor):
         """The expression that decides which way a statement goes."""

@@ -309,9 +309,14 @@ TEST_P(RawRecordTest, AreRefusedWithADamagedPayloadAndTheIndexGoesOn) {
 }
 
 TEST_P(RawRecordTest, AreRefusedWithoutIds) {
-  LogBuilder builder = Empty();
-  const Bytes bytes = builder.Record(0xFFFF, 1, 1, "x").Build();
-  EXPECT_EQ(Decode(Block(Slice(bytes, 128, bytes.size()))), kDamaged);
+  for (const std::size_t size : {1u, 200u}) {
+    LogBuilder builder = Empty();
+    const Bytes bytes = builder.Record(0xFFFF, 1, 1, std::string(size, 'x')).Build();
+    BinaryDecoder decoder;
+    ASSERT_TRUE(decoder.Initialize(Block(Slice(bytes, 0, 128))));
+    const Memory::MemBlock raw = Block(Slice(bytes, 128, bytes.size()));
+    EXPECT_EQ(decoder.GetLogMessage(message_, raw), kDamaged) << size;
+  }
 }
 
 // A small payload has its place in the message.

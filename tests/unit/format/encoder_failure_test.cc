@@ -45,6 +45,8 @@ TEST_F(BinaryEncoderFailure, NothingStartsWithoutAStream) {
   encoder_.SetLogStream(nullptr);
   EXPECT_FALSE(encoder_.Start(1));
   EXPECT_FALSE(encoder_.WriteStreamHeader());
+  const std::uint8_t byte = 1;
+  EXPECT_FALSE(encoder_.Write(&byte, 1));
   EXPECT_FALSE(encoder_.SeekStream(0));
 }
 
