@@ -15,6 +15,8 @@ void AddInfo(CLI::App& app, ExitCode& exit_code);
 void AddCat(CLI::App& app, ExitCode& exit_code);
 void AddPlay(CLI::App& app, ExitCode& exit_code);
 void AddRepair(CLI::App& app, ExitCode& exit_code);
+void AddCheck(CLI::App& app, ExitCode& exit_code);
+void AddRecover(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace kestrav::tool
 

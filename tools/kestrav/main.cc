@@ -40,6 +40,8 @@ int Run(int argc, char** argv) {
   AddCat(app, exit_code);
   AddPlay(app, exit_code);
   AddRepair(app, exit_code);
+  AddCheck(app, exit_code);
+  AddRecover(app, exit_code);
   try {
     CheckSubcommand(app, argc > 1 ? argv[1] : "");
     app.parse(argc, argv);

@@ -23,6 +23,16 @@ class RemoveOnInterrupt {
   RemoveOnInterrupt& operator=(const RemoveOnInterrupt&) = delete;
 };
 
+// Where a mapped file can no longer be read the system raises a signal. The program then writes
+// `message`, removes what `RemoveOnInterrupt` names and fails. At most one at a time.
+class EndOnBusError {
+ public:
+  explicit EndOnBusError(const std::string& message);
+  ~EndOnBusError();
+  EndOnBusError(const EndOnBusError&) = delete;
+  EndOnBusError& operator=(const EndOnBusError&) = delete;
+};
+
 // Writing into a pipe that nobody reads, or beyond the largest file that the user may write, then
 // fails instead of ending the program.
 void IgnoreWriteSignals();

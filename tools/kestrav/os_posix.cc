@@ -29,6 +29,18 @@ void OnInterruptRemove(int signal) {
   raise(signal);  // by now its handler is the default one
 }
 
+std::string bus_error_message;  // set before its handler is
+
+void OnBusError(int /*signal*/) {
+  constexpr char kClearLine[] = "\r\x1b[K";  // of the progress shown
+  if (isatty(STDERR_FILENO) == 1) {
+    static_cast<void>(!write(STDERR_FILENO, kClearLine, sizeof(kClearLine) - 1));
+  }
+  static_cast<void>(!write(STDERR_FILENO, bus_error_message.data(), bus_error_message.size()));
+  if (!unfinished.empty()) unlink(unfinished.c_str());
+  _exit(kFailed);
+}
+
 constexpr int kInterrupts[] = {SIGINT, SIGTERM, SIGHUP};
 
 void Handle(int signal, void (*handler)(int), unsigned flags) {
@@ -56,7 +68,15 @@ RemoveOnInterrupt::RemoveOnInterrupt(const std::string& path) {
 
 RemoveOnInterrupt::~RemoveOnInterrupt() {
   for (const int signal : kInterrupts) Handle(signal, SIG_DFL, 0);
+  unfinished.clear();
 }
+
+EndOnBusError::EndOnBusError(const std::string& message) {
+  bus_error_message = message;
+  Handle(SIGBUS, OnBusError, SA_RESETHAND);
+}
+
+EndOnBusError::~EndOnBusError() { Handle(SIGBUS, SIG_DFL, 0); }
 
 void IgnoreWriteSignals() {
   for (const int signal : {SIGPIPE, SIGXFSZ}) Handle(signal, SIG_IGN, 0);

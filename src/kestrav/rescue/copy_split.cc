@@ -23,6 +23,13 @@ void AddRecord(Run& piece, const ChainWalk& walk) {
   piece.last_time = walk.Header().time_stamp;
 }
 
+// Into the first `count` values, which are in order.
+template <class Values>
+void Insert(Values& values, std::size_t count, std::uint32_t value) {
+  for (; count > 0 && values[count - 1] > value; --count) values[count] = values[count - 1];
+  values[count] = value;
+}
+
 }  // namespace
 
 bool CopySplit::Split(const std::vector<Run>& runs, std::vector<Run>& pieces) {
@@ -32,9 +39,8 @@ bool CopySplit::Split(const std::vector<Run>& runs, std::vector<Run>& pieces) {
     Cuts cuts;
     std::size_t count = 0;
     for (const Run* const one : earlier) {
-      if (one != nullptr && HasCopies(*one, run)) cuts[count++] = one->next_index;
+      if (one != nullptr && HasCopies(*one, run)) Insert(cuts, count++, one->next_index);
     }
-    std::sort(cuts.begin(), cuts.begin() + static_cast<std::ptrdiff_t>(count));
     if (!Cut(run, cuts, count, pieces)) return false;
     if (run.records > 1) earlier[seen++ % kCompared] = &run;
   }

@@ -28,6 +28,8 @@ class Recovery {
   [[nodiscard]] RecoveryResult Rewrite(RunSearch& search, Io::IOutputStream* out);
   [[nodiscard]] bool ListDoubtful(const std::vector<DoubtfulRecord>& unconfirmed);
   [[nodiscard]] bool ListRun(const Judged& judged);
+  // `end`: of the last record.
+  [[nodiscard]] bool ReportEnd(std::uint32_t end);
   bool IsWhole() const;
 
   // The search and the writing are half of the work each.
@@ -80,15 +82,19 @@ RecoveryResult Recovery::Rewrite(RunSearch& search, Io::IOutputStream* out) {
     const RecoveryResult written = writer.Write(out);
     if (written != RecoveryResult::kWhole) return written;
   }
-  const std::uint32_t end = std::min(writer.End(), size_);
-  if (end < size_ &&
-      !Memory::Append(report_.lost, LostRange{end, size_ - end, 0, 0, Loss::kTrailing})) {
-    return RecoveryResult::kNoMemory;
-  }
+  if (!ReportEnd(std::min(writer.End(), size_))) return RecoveryResult::kNoMemory;
   if (!ListDoubtful(search.Unconfirmed())) return RecoveryResult::kNoMemory;
   if (!write_on(size_)) return RecoveryResult::kCancelled;
   if (!any && !is_empty_log) return RecoveryResult::kNothingFound;
   return IsWhole() ? RecoveryResult::kWhole : RecoveryResult::kDamaged;
+}
+
+bool Recovery::ReportEnd(std::uint32_t end) {
+  const std::uint32_t stated = reading_.magic ? reading_.fields.stream_length : 0;
+  return (end == size_ ||
+          Memory::Append(report_.lost, LostRange{end, size_ - end, 0, 0, Loss::kTrailing})) &&
+         (stated <= size_ ||
+          Memory::Append(report_.lost, LostRange{size_, stated - size_, 0, 0, Loss::kCut}));
 }
 
 bool Recovery::IsWhole() const {

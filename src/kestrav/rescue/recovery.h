@@ -32,6 +32,7 @@ enum class Loss : std::uint8_t {
   kPayload,   // a record whose payload fails its checksum
   kBytes,     // damage between two records
   kTrailing,  // what stands behind the last record
+  kCut,       // what the stream header counts and the log does not hold
 };
 
 struct LostRange {
