@@ -34,6 +34,7 @@ set(KESTRAV_STABLE_HEADERS
     host/time/manual_source.h
     host/time/source.h
     rescue/recovery.h
+    types/logging_counters.h
     types/notification.h
     types/playback_types.h)
 
