@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
+#include <iterator>
 #include <string>
 
-#include "pty.h"
 #include "run.h"
 #include "support/log_builder.h"
 #include "support/parsed_log.h"
@@ -48,7 +48,7 @@ TEST(Recover, AHealthyLogComesOutAsItWas) {
   const Result result = RunTool({"recover", log, "-o", out});
   EXPECT_EQ(result.code, 0) << result.err;
   EXPECT_EQ(result.err, "");
-  EXPECT_EQ(result.out, out + ": 21 records, 643 bytes\n");
+  EXPECT_EQ(result.out, out + ": 21 records, 628 bytes\n");
   EXPECT_EQ(ReadFile(out), content);
 }
 
@@ -114,12 +114,8 @@ TEST(Recover, LeavesNoOutputWhenItFails) {
   EXPECT_EQ(full.code, 1);
   EXPECT_THAT(full.err, HasSubstr("b.klog: "));
   EXPECT_EQ(Lines(full.err).size(), 1U);
-  std::size_t files = 0;
-  for (const auto& entry :
-       std::filesystem::directory_iterator(std::filesystem::path(out).parent_path())) {
-    files += entry.path().filename() != "" ? 1 : 0;
-  }
-  EXPECT_EQ(files, 2U) << "the two inputs alone";
+  const std::filesystem::directory_iterator files(std::filesystem::path(out).parent_path());
+  EXPECT_EQ(std::distance(begin(files), end(files)), 2) << "the two inputs alone";
 }
 
 TEST(Recover, TakesWhatTheOutputWasUntilItIsWhole) {
@@ -141,7 +137,11 @@ double CpuScndsOfChildren() {
 
 // On a file system in memory; by the processor's time, so that other work does not count.
 TEST(Recover, TakesALongHealthyLogAtSpeed) {
+#ifdef NDEBUG
   constexpr double kMegabytes = 200.0;
+#else
+  constexpr double kMegabytes = 20.0;
+#endif
   const std::string memory = "/dev/shm";
   if (access(memory.c_str(), W_OK) != 0) GTEST_SKIP() << "no file system in memory";
   const std::string log = memory + "/kestrav-speed-" + std::to_string(getpid()) + ".klog";
@@ -165,9 +165,9 @@ TEST(Recover, TakesALongHealthyLogAtSpeed) {
   std::filesystem::remove(log);
   std::filesystem::remove(out);
   EXPECT_EQ(result.code, 0) << result.err;
-  std::cout << "[figure] recover, healthy log of 200 MB in memory: " << kMegabytes / cpu
-            << " MB a second of processor time, " << kMegabytes / wall.count()
-            << " MB a second of the clock\n";
+  std::cout << "[figure] recover, healthy log of " << kMegabytes
+            << " MB in memory: " << kMegabytes / cpu << " MB a second of processor time, "
+            << kMegabytes / wall.count() << " MB a second of the clock\n";
 #ifdef NDEBUG
   if (std::string(KESTRAV_SANITIZE).empty()) EXPECT_GE(kMegabytes / cpu, 500);
 #endif
@@ -213,7 +213,7 @@ TEST(Check, SaysWhatIsDamagedWhere) {
   const std::size_t payload = damaged.RecordOffset(9);
   const std::size_t gap = damaged.RecordOffset(15);
   damaged.Flip(header + 8).Flip(payload + 22).Zero(gap + 1, damaged.RecordOffset(17) - gap);
-  damaged.Raw({1, 2, 3});
+  damaged.Raw({0, 0, 0});
   const std::string log = folder.Write("a.klog", Text(damaged.Build()));
   const Result result = RunTool({"check", log});
   EXPECT_EQ(result.code, 3);
@@ -264,7 +264,8 @@ TEST(Check, TellsOfTimeThatGoesBackAndOfAWrongLength) {
   std::string wrong = Text(Finished(SmallLog()));
   wrong[16] = static_cast<char>(wrong[16] - 1);
   const std::string length = folder.Write("length.klog", wrong);
-  EXPECT_THAT(RunTool({"check", length}).out, HasSubstr("states a length of 770 bytes"));
+  EXPECT_THAT(RunTool({"check", length}).out,
+              HasSubstr("states a length of 755 bytes, the records end at 756"));
 }
 
 TEST(Check, TellsTheSameAsJson) {

@@ -31,10 +31,10 @@ Bytes Record(std::uint32_t index, std::uint32_t size, std::string_view payload) 
   log.NextIndex(index).Record(3, 7, 1000, payload);
   Bytes record = log.Build();
   record.erase(record.begin(), record.begin() + 128);
-  for (int i = 0; i < 4; ++i) {
+  for (std::size_t i = 0; i < 4; ++i) {
     const auto byte = static_cast<std::uint8_t>(size >> (8 * i));
-    record[1] ^= record[16 + static_cast<std::size_t>(i)] ^ byte;
-    record[16 + static_cast<std::size_t>(i)] = byte;
+    record[1] = static_cast<std::uint8_t>(record[1] ^ record[16 + i] ^ byte);
+    record[16 + i] = byte;
   }
   return record;
 }
@@ -97,7 +97,7 @@ INSTANTIATE_TEST_SUITE_P(
                             [] { return Repeated(Record(0, 0xFFFFFFFF, "x")); }},
                     Hostile{"FarHeaders", FarHeaders}, Hostile{"FallingPairs", FallingPairs},
                     Hostile{"Nested", Nested}, Hostile{"Random", Random}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& log) { return std::string(log.param.name); });
 
 TEST_P(HostileRecovery, TakesTimeAndMemoryByTheSizeOfTheLog) {
   const Bytes log = GetParam().make();
