@@ -233,7 +233,7 @@ void RunChoice::ConfirmTails(std::vector<Judged>& judged) const {
     Run& run = judged[i].run;
     if (!judged[i].taken || !run.tail_leads) continue;
     std::size_t next = i + 1;
-    while (next < judged.size() && judged[next].run.begin < run.tail_end &&
+    while (next < judged.size() && judged[next].run.begin < run.tail_end && !judged[next].taken &&
            judged[next].run.records < 2) {
       ++next;
     }
