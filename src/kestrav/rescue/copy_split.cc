@@ -86,6 +86,7 @@ bool CopySplit::Cut(const Run& run, const Cuts& cuts, std::size_t count,
     AddRecord(piece, walk);
   }
   piece.tail_end = run.tail_end;
+  piece.tail_leads = run.tail_leads;
   piece.next_index = run.next_index;
   return piece.records == 0 || Memory::Append(pieces, piece);
 }

@@ -42,6 +42,11 @@ void LogView::Shorten(std::uint32_t size) {
 
 void LogView::FindZeroTail() {
   zero_tail_ = size_;
+  constexpr std::uint32_t kStep = sizeof(std::uint64_t);
+  while (zero_tail_ >= kStep &&
+         Memory::GetLittleEndian<std::uint64_t>(bytes_ + (zero_tail_ - kStep)) == 0) {
+    zero_tail_ -= kStep;
+  }
   while (zero_tail_ > 0 && bytes_[zero_tail_ - 1] == 0) --zero_tail_;
 }
 

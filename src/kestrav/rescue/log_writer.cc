@@ -90,7 +90,7 @@ RecoveryResult LogWriter::WriteRun(const Run& run) {
       next_look_ = walk.Offset() + std::min(kBytesBetweenLooks, log_.Size() - walk.Offset());
     }
     next_index_ = walk.Index() + 1;
-    if (step == Step::kRecord) {
+    if (step == Step::kRecord || step == Step::kUnconfirmed) {  // the run says that it counts
       const RecoveryResult result = WriteRecord(walk);
       if (result != RecoveryResult::kWhole) return result;
       continue;

@@ -103,8 +103,12 @@ bool Recovery::IsWhole() const {
 
 bool Recovery::ListDoubtful(const std::vector<DoubtfulRecord>& unconfirmed) {
   auto& all = report_.doubtful;
-  if (!Memory::Try([&] { all.insert(all.end(), unconfirmed.begin(), unconfirmed.end()); })) {
-    return false;
+  std::size_t next = 0;  // both lists are ascending
+  for (const DoubtfulRecord& record : unconfirmed) {
+    const auto is_behind = [&](const Judged& one) { return one.run.end <= record.offset; };
+    while (next < judged_.size() && (!judged_[next].taken || is_behind(judged_[next]))) ++next;
+    const bool is_taken = next < judged_.size() && judged_[next].run.begin <= record.offset;
+    if (!is_taken && !Memory::Append(all, record)) return false;
   }
   for (const Judged& one : judged_) {
     if (!one.taken && !ListRun(one)) return false;

@@ -123,6 +123,7 @@ bool RunChoice::Choose(const std::vector<Run>& runs, std::vector<Judged>& judged
     if (!DropWeak(judged, dropped)) return false;
     if (!dropped) break;
   }
+  ConfirmTails(judged);
   for (const Judged& head : heads_) {
     if (!Memory::Append(judged, head)) return false;
   }
@@ -188,10 +189,13 @@ bool RunChoice::IsStray(const Run* before, const Run& run, const Run* behind) co
 }
 
 // The first record of a run may be one inside the payload of the damaged record in front of it: it
-// is, for all that is known, where bytes in front of it belong to no missing record.
+// is, for all that is known, where bytes in front of it belong to no missing record and begin with
+// no sound header.
 bool RunChoice::IsHeadStray(const Run& before, const Run& run) const {
+  BinaryLogRecordHeader other;
+  const std::uint32_t end = EndOf(before, run);
   return !run.continues && !IsStart(run) && run.records > 1 && before.next_index == run.index &&
-         EndOf(before, run) != run.begin;
+         end != run.begin && !log_.ReadKeyedHeader(end, other);
 }
 
 bool RunChoice::CutHead(Run& run) {
@@ -221,6 +225,22 @@ bool RunChoice::IsPlausible(const Run* before, const Run& run, const Run* behind
   if (behind == nullptr) return HasKnownIds(run);
   return IsExplained(behind->begin - EndOf(run, *behind), behind->index - run.next_index) &&
          IsLater(behind->first_time, run.last_time) && HasKnownIds(run);
+}
+
+// An unconfirmed record that ends where another one begins counts when no records stand inside it.
+void RunChoice::ConfirmTails(std::vector<Judged>& judged) const {
+  for (std::size_t i = 0; i < judged.size(); ++i) {
+    Run& run = judged[i].run;
+    if (!judged[i].taken || !run.tail_leads) continue;
+    std::size_t next = i + 1;
+    while (next < judged.size() && judged[next].run.begin < run.tail_end && !judged[next].taken &&
+           judged[next].run.records < 2) {
+      ++next;
+    }
+    if (next < judged.size() && judged[next].run.begin < run.tail_end) continue;
+    run.end = run.tail_end;
+    ++run.records;
+  }
 }
 
 // Those of its further records are known from the search.

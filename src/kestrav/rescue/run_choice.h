@@ -34,6 +34,7 @@ class RunChoice {
   [[nodiscard]] bool TakeHeaviest(std::vector<Judged>& judged) const;
   // false: memory is short.
   [[nodiscard]] bool DropWeak(std::vector<Judged>& judged, bool& dropped);
+  void ConfirmTails(std::vector<Judged>& judged) const;
   bool IsStray(const Run* before, const Run& run, const Run* behind) const;
   bool IsHeadStray(const Run& before, const Run& run) const;
   [[nodiscard]] bool CutHead(Run& run);

@@ -68,6 +68,8 @@ SearchResult RunSearch::TakeRun(std::uint32_t& at, std::uint32_t index) {
   if (step == Step::kUnconfirmed && run.records > 0 && walk.Offset() == run.end) {
     run.tail_end = walk.End();
     run.next_index = walk.Index() + 1;
+    BinaryLogRecordHeader other;
+    run.tail_leads = log_.ReadKeyedHeader(run.tail_end, other);
   }
   // Behind a run it is found again when the search goes on there.
   if (step == Step::kUnconfirmed && run.records == 0 && unconfirmed_.size() < kMostDoubtful &&

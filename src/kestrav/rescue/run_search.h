@@ -21,8 +21,9 @@ struct Run {
   std::uint32_t records = 0;     // whole ones
   std::uint32_t first_time = 0;
   std::uint32_t last_time = 0;
-  bool embedded = false;   // it begins behind a stream header inside the log
-  bool continues = false;  // a run was cut in front of it, behind copies of earlier records
+  bool tail_leads = false;  // that record ends where a sound header of another index stands
+  bool embedded = false;    // it begins behind a stream header inside the log
+  bool continues = false;   // a run was cut in front of it, behind copies of earlier records
 };
 
 // Where a walk over the log is, for those who wait. false: it is to end.

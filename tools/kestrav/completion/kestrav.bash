@@ -1,6 +1,6 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair"
+_kestrav_commands="import record info cat play repair check recover"
 
 _kestrav_options() {
   case $1 in
@@ -12,6 +12,8 @@ _kestrav_options() {
       echo "--help --client --speed --from --history --rewind --format --unpaced --virtual --mode"
       ;;
     repair) echo "--help --dry-run" ;;
+    check) echo "--help --json" ;;
+    recover) echo "--help --output --json" ;;
     *) echo "--help --version" ;;
   esac
 }
