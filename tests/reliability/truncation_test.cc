@@ -11,6 +11,7 @@
 #include "kestrav/format/header_repair.h"
 #include "kestrav/host/io/memory_stream.h"
 #include "reliability/effort.h"
+#include "reliability/log_path.h"
 #include "reliability/sample_log.h"
 #include "unit/host/temp_dir.h"
 
@@ -29,14 +30,17 @@ void Put(Bytes& bytes, std::size_t at, std::uint32_t value, std::size_t size) {
 class ShrinkingFile {
  public:
   explicit ShrinkingFile(const Bytes& content)
-      : fd_(open((dir_ / "cut.klog").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+      : fd_(open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
     EXPECT_TRUE(WriteAtStart(content, content.size()));
   }
-  ~ShrinkingFile() { close(fd_); }
+  ~ShrinkingFile() {
+    close(fd_);
+    unlink(path_.c_str());
+  }
   ShrinkingFile(const ShrinkingFile&) = delete;
   ShrinkingFile& operator=(const ShrinkingFile&) = delete;
 
-  String Path() const { return Wide(dir_ / "cut.klog"); }
+  String Path() const { return Wide(path_); }
   bool Cut(std::size_t size) { return ftruncate(fd_, static_cast<off_t>(size)) == 0; }
   bool WriteAtStart(const Bytes& bytes, std::size_t size) {
     return pwrite(fd_, bytes.data(), size, 0) == static_cast<ssize_t>(size);
@@ -48,7 +52,7 @@ class ShrinkingFile {
   }
 
  private:
-  const TempDir dir_;
+  const std::string path_ = LogPath("cut");
   const int fd_;
 };
 

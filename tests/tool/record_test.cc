@@ -121,7 +121,7 @@ TEST(Record, SaysThatNotEverythingCouldBeWritten) {
   const std::string log = folder.Path("o.klog");
   const Result result = RunWithFileLimit(1, RecordTo(log), std::string(1000, 'x'));
   EXPECT_EQ(result.code, 1);
-  EXPECT_EQ(result.err, "kestrav: record: " + log + ": File too large\n");
+  EXPECT_EQ(result.err, "kestrav: record: " + log + ": File too large; 1 record is missing\n");
 }
 
 TEST(Record, RefusesWrongUsage) {

@@ -12,7 +12,6 @@ namespace kestrav::rescue {
 namespace {
 
 constexpr std::uint32_t kEnoughPairs = 64;
-constexpr std::size_t kKeys = 256;
 
 std::uint8_t RecordKey(std::uint8_t stream_key, std::uint32_t index) {
   Crypter crypter;
@@ -76,22 +75,31 @@ HeaderReading ReadStreamHeader(const LogView& log) {
   return reading;
 }
 
+void KeySearch::VotesByKey::Add(std::uint8_t header_key, std::uint8_t key) {
+  if (places_[header_key] == 0) {
+    votes_.emplace_back();
+    places_[header_key] = static_cast<std::uint16_t>(votes_.size());
+  }
+  ++votes_[places_[header_key] - 1u][key];
+}
+
+const KeySearch::Votes& KeySearch::VotesByKey::Of(std::uint8_t header_key) const {
+  const std::uint16_t place = places_[header_key];
+  return place == 0 ? kNone : votes_[place - 1u];
+}
+
 bool KeySearch::Find(const HeaderReading& reading, FoundKeys& keys) {
-  const bool ready = Memory::Try([this] {
-    all_.data.resize(kKeys);
-    all_.dictionary.resize(kKeys);
-    start_.data.resize(kKeys);
-  });
-  if (!ready || !AskRecords(reading)) return false;
+  bool asked = false;
+  if (!Memory::Try([&] { asked = AskRecords(reading); }) || !asked) return false;
   const bool header_agrees = Decide(Total(start_.header) > 0 ? start_.header : all_.header, 1,
                                     reading.usable, reading.fields.header_key, keys.header);
   // A single payload may be damaged, so a usable stream header is believed against one.
   const std::uint32_t enough = reading.usable ? 2 : 1;
-  const Votes& start = start_.data[keys.header];
-  const Votes& all = all_.data[keys.header];
+  const Votes& start = start_.data.Of(keys.header);
+  const Votes& all = all_.data.Of(keys.header);
   const bool data_agrees = Decide(start[Most(start)] >= enough ? start : all, enough,
                                   reading.usable, reading.fields.data_key, keys.data);
-  const Votes& dictionary = all_.dictionary[keys.header];
+  const Votes& dictionary = all_.dictionary.Of(keys.header);
   keys.data_known = reading.usable || Total(all) + Total(dictionary) > 0;
   if (!reading.usable && Total(all) == 0 && Total(dictionary) > 0) keys.data = Most(dictionary);
   keys.agree = header_agrees && data_agrees;
@@ -117,7 +125,7 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
     ++start_.header[KeyOf(log_, at)];
     while (!IsEnough(reading) && AskPair(at)) {
     }
-    std::copy(all_.data.begin(), all_.data.end(), start_.data.begin());
+    start_.data = all_.data;
   } else {
     at = 0;
   }
@@ -131,7 +139,7 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
 
 bool KeySearch::IsEnough(const HeaderReading& reading) const {
   if (!reading.usable || pairs_ < kEnoughPairs) return false;
-  const Votes& data = all_.data[reading.fields.header_key];
+  const Votes& data = all_.data.Of(reading.fields.header_key);
   return Supports(all_.header, reading.fields.header_key) &&
          (Total(data) == 0 || Supports(data, reading.fields.data_key));
 }
@@ -168,7 +176,7 @@ void KeySearch::AskPayload(std::uint32_t at, const BinaryLogRecordHeader& header
   if (header.payload_size % 2 == 0) return;
   const std::uint8_t sum = log_.Sum(at + kRecordHeaderSize, header.payload_size);
   ForEachStreamKey(static_cast<std::uint8_t>(sum ^ header.payload_checksum), header.record_index,
-                   [&](std::uint8_t key) { ++all_.data[header_key][key]; });
+                   [&](std::uint8_t key) { all_.data.Add(header_key, key); });
 }
 
 // The upper bytes of a dictionary's count are 0, and its last byte is one, too.
@@ -183,7 +191,7 @@ void KeySearch::AskDictionary(std::uint32_t at, const BinaryLogRecordHeader& hea
   const std::uint8_t key = payload[3];
   if (payload[2] != key || payload[header.payload_size - 1] != key) return;
   ForEachStreamKey(key, header.record_index,
-                   [&](std::uint8_t stream_key) { ++all_.dictionary[header_key][stream_key]; });
+                   [&](std::uint8_t stream_key) { all_.dictionary.Add(header_key, stream_key); });
 }
 
 }  // namespace kestrav::rescue

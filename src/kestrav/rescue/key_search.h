@@ -41,10 +41,25 @@ class KeySearch {
 
  private:
   using Votes = std::array<std::uint32_t, 256>;
+
+  // Votes for each header key, so that no foreign record has a say.
+  class VotesByKey {
+   public:
+    // Throws when memory is short.
+    void Add(std::uint8_t header_key, std::uint8_t key);
+    const Votes& Of(std::uint8_t header_key) const;
+
+   private:
+    static constexpr Votes kNone{};
+
+    std::array<std::uint16_t, 256> places_{};  // in `votes_`, from 1 on; 0: there are none
+    std::vector<Votes> votes_;
+  };
+
   struct Ballot {
     Votes header{};
-    std::vector<Votes> data;  // for each header key, so that no foreign record has a say
-    std::vector<Votes> dictionary;
+    VotesByKey data;
+    VotesByKey dictionary;
   };
 
   static bool Decide(const Votes& votes, std::uint32_t enough, bool usable, std::uint8_t stated,

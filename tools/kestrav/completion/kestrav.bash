@@ -5,7 +5,7 @@ _kestrav_commands="import record info cat play repair check recover"
 _kestrav_options() {
   case $1 in
     import) echo "--help --output --plain --limit --time-column" ;;
-    record) echo "--help --output --plain" ;;
+    record) echo "--help --output --plain --sync --reserve" ;;
     info) echo "--help --json --scan" ;;
     cat) echo "--help --client --from --to --format" ;;
     play)
@@ -25,7 +25,7 @@ _kestrav_values() {
     play:--format) echo "text jsonl" ;;
     play:--speed) echo "1 2 4 10" ;;
     play:--mode) echo "normal polling pass-through" ;;
-    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind) echo "-" ;;
+    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
   esac
 }
 
