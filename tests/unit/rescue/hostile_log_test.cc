@@ -12,7 +12,7 @@
 namespace kestrav::test {
 namespace {
 
-constexpr std::size_t kSize = 4'000'000;
+constexpr std::size_t kSize = 1'000'000;
 
 struct Hostile {
   const char* name;
@@ -43,7 +43,7 @@ Bytes Record(std::uint32_t index, std::uint32_t size, std::string_view payload) 
 Bytes FarHeaders() {
   Bytes log = LogBuilder().Build();
   for (std::uint32_t n = 0; log.size() < kSize; ++n) {
-    const Bytes record = Record(n * 7, 1'000'000 + n % 1000, "x");
+    const Bytes record = Record(n * 7, 300'000 + n % 1000, "x");
     log.insert(log.end(), record.begin(), record.end() - 1);
   }
   return log;
@@ -109,7 +109,7 @@ TEST_P(HostileRecovery, TakesTimeAndMemoryByTheSizeOfTheLog) {
   EXPECT_TRUE(result == RecoveryResult::kDamaged || result == RecoveryResult::kNothingFound);
   EXPECT_LE(report.record_bytes, log.size());
   EXPECT_LE(largest.Bytes(), 8 * log.size());
-  EXPECT_LT(scnds.count(), 20) << "a step for each pair of bytes takes hours";
+  EXPECT_LT(scnds.count(), 20) << "a step for each pair of bytes takes much longer";
   std::cout << "[figure] recover, " << GetParam().name << ": "
             << static_cast<double>(log.size()) / 1e6 / scnds.count() << " MB a second, "
             << report.records << " records\n";
