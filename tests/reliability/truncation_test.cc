@@ -22,7 +22,7 @@ constexpr std::uint32_t kSeed = 1;
 
 void Put(Bytes& bytes, std::size_t at, std::uint32_t value, std::size_t size) {
   for (std::size_t i = 0; i < size; ++i) {
-    bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i));
+    bytes[at + i] = static_cast<std::uint8_t>(std::uint64_t{value} >> (8 * i));
   }
 }
 
