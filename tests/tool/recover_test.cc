@@ -11,6 +11,7 @@
 #include <iterator>
 #include <string>
 
+#include "pty.h"
 #include "run.h"
 #include "support/log_builder.h"
 #include "support/parsed_log.h"
@@ -279,6 +280,19 @@ TEST(Check, TellsTheSameAsJson) {
   EXPECT_THAT(result.out, HasSubstr("\"healthy\": false"));
   EXPECT_THAT(result.out, HasSubstr("\"what\": \"header\""));
   EXPECT_THAT(result.out, Not(IsEmpty()));
+}
+
+// Progress is shown there, also of nothing.
+TEST(CheckAndRecover, SayOnATerminalThatAnEmptyFileIsNoLog) {
+  const Folder folder;
+  const std::string log = folder.Write("empty.klog", "");
+  for (const Arguments& arguments :
+       {Arguments{"check", log}, Arguments{"recover", log, "-o", folder.Path("o.klog")}}) {
+    const Pty terminal;
+    const int code = Process(arguments, {.err = terminal.Tool()}).Wait();
+    EXPECT_EQ(code, arguments[0] == "check" ? 3 : 1) << arguments[0];
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.Path("o.klog")));
 }
 
 }  // namespace

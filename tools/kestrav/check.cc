@@ -50,9 +50,7 @@ void ReadDeeply(const std::string& path, Progress& progress, Checked& checked) {
   const std::span<const std::uint8_t> bytes = log.Bytes();
   checked.size = bytes.size();
   const auto show = [&](std::uint64_t done) {
-    if (progress.IsDue()) {
-      progress.Show("checking, " + std::to_string(100 * done / checked.size) + " %");
-    }
+    if (progress.IsDue()) progress.Show("checking, " + Percent(done, checked.size));
     return true;
   };
   checked.result = RecoverLog(bytes, nullptr, checked.report, show);

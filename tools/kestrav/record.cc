@@ -1,4 +1,5 @@
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -113,7 +114,7 @@ ExitCode Record(const RecordOptions& options) {
   }
   LiveInput input;
   const Io::FileOutputSettings settings = {
-      .sync_interval_ms = static_cast<std::uint32_t>(options.sync_scnds * 1000),
+      .sync_interval_ms = static_cast<std::uint32_t>(std::ceil(options.sync_scnds * 1000)),
       .reserve_bytes = options.reserve_bytes};
   LogRecorder recorder(options.out, options.out, options.plain, settings);
   const std::size_t client = recorder.AddClient(spec.name);
@@ -124,7 +125,12 @@ ExitCode Record(const RecordOptions& options) {
     recording.Run(input);
     read_error = recording.ReadError();
   }
-  recorder.Finish();
+  try {
+    recorder.Finish();
+  } catch (const Failure&) {
+    PrintCounters(recorder.Counters());
+    throw;
+  }
   if (read_error != 0) throw Failure("standard input: " + ErrorText(read_error));
   std::printf("%s: %s, %s\n", options.out.c_str(),
               Counted(recorder.Records(), "record", "records").c_str(),
@@ -147,6 +153,9 @@ void AddRecord(CLI::App& app, ExitCode& exit_code) {
                    "system")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 86'400.0).description(""))
+      ->check([](const std::string& text) {
+        return text.find("nan") == text.npos ? "" : "not a number";
+      })
       ->capture_default_str();
   command
       ->add_option("--reserve", options->reserve_bytes,

@@ -36,7 +36,7 @@ RecoveryResult RecoverTo(const std::string& path, const RecoverOptions& options,
   if (!out.Open(WidePath(path), Io::OpenMode::kCreate)) fail_to_write();
   Progress progress;
   const auto show = [&](std::uint64_t done) {
-    if (progress.IsDue()) progress.Show("recovering, " + std::to_string(100 * done / size) + " %");
+    if (progress.IsDue()) progress.Show("recovering, " + Percent(done, size));
     return true;
   };
   const RecoveryResult result = RecoverLog(log.Bytes(), &out, report, show);

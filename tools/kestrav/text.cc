@@ -28,6 +28,10 @@ std::string HumanCount(std::uint64_t count) {
   return text;
 }
 
+std::string Percent(std::uint64_t done, std::uint64_t all) {
+  return std::to_string(all == 0 ? 100 : 100 * done / all) + " %";
+}
+
 std::string HumanSize(std::uint64_t bytes) {
   if (bytes < 1000) return Format("%u bytes", static_cast<unsigned>(bytes));
   auto size = static_cast<double>(bytes);

@@ -9,12 +9,13 @@
 
 namespace kestrav::tool {
 
-std::string HumanCount(std::uint64_t count);    // 45,498
-std::string HumanSize(std::uint64_t bytes);     // 2.8 MB
-std::string HumanDuration(std::int64_t ms);     // 28:47.000
-std::string Utc(std::int64_t unix_scnds);       // 2020-02-07 02:14:17 UTC
-std::string Seconds(std::int64_t ms);           // 1727.250
-std::string Fixed(double value, int decimals);  // 26.3
+std::string HumanCount(std::uint64_t count);                 // 45,498
+std::string HumanSize(std::uint64_t bytes);                  // 2.8 MB
+std::string Percent(std::uint64_t done, std::uint64_t all);  // 42 %
+std::string HumanDuration(std::int64_t ms);                  // 28:47.000
+std::string Utc(std::int64_t unix_scnds);                    // 2020-02-07 02:14:17 UTC
+std::string Seconds(std::int64_t ms);                        // 1727.250
+std::string Fixed(double value, int decimals);               // 26.3
 
 // "1 line", "2 lines".
 std::string Counted(std::uint64_t count, std::string_view one, std::string_view many);

@@ -94,12 +94,16 @@ bool Logger::FlushStream() { return stream_ == nullptr || stream_->Flush(); }
 
 BinaryEncoder::BinaryEncoder(SmartPtr::Ptr<Io::IOutputStream> stream) : Logger(std::move(stream)) {}
 
-bool BinaryEncoder::Reset() {
+void BinaryEncoder::ResetCounts() {
   record_count_ = 0;
   bytes_written_ = 0;
   first_unflushed_ = 0;
   lost_records_ = 0;
   longest_write_ = {};
+}
+
+bool BinaryEncoder::Reset() {
+  ResetCounts();
   stream_header_.Reset();
   header_crypter_.ResetKey();
   data_crypter_.ResetKey();
@@ -174,6 +178,7 @@ bool BinaryEncoder::WriteWithoutRoom(const Content& content) {
   if (room != nullptr) {
     stream.Commit(size);
   } else if (!stream.Write(record_.Data(), size)) {
+    if (stream.Unflushed() == 0) first_unflushed_ = record_count_;  // it made room all the same
     return false;
   }
   const std::uint32_t unflushed = stream.Unflushed();
@@ -193,10 +198,16 @@ bool BinaryEncoder::Flush() {
 void BinaryEncoder::DropUnflushed() {
   const std::uint32_t bytes = Stream()->Unflushed();
   if (bytes == 0) return;  // it does not say
-  bytes_written_ -= std::min(bytes_written_, bytes);
+  bytes_written_ = std::max(bytes_written_ - std::min(bytes_written_, bytes), kStreamHeaderSize);
   lost_records_ = record_count_ - first_unflushed_;
   record_count_ = first_unflushed_;
   Stream()->DropUnflushed();
+}
+
+void BinaryEncoder::Abandon() {
+  if (!IsStreamValid() || SeekStream(0)) return;
+  Stream()->DropUnflushed();
+  static_cast<void>(SeekStream(0));
 }
 
 std::uint32_t BinaryEncoder::GetRecordingTimeScnds() const {
@@ -211,7 +222,6 @@ void BinaryEncoder::Stop() {
         last_time_stamp_ >= start_clock_ ? 1000 * GetRecordingTimeScnds() : 0;
     // This is the last chance of what is buffered, so a disk that failed once is asked again.
     if (!Flush() && !Flush()) DropUnflushed();
-    bytes_written_ = std::max(bytes_written_, kStreamHeaderSize);
     stream_header_.stream_length = bytes_written_;
     if (SeekStream(0) && WriteStreamHeader()) {
       bytes_written_ -= kStreamHeaderSize;  // the header was counted when it was first written
@@ -223,8 +233,7 @@ void BinaryEncoder::Stop() {
 
 bool BinaryEncoder::StartLike(const BinaryLogStreamHeader& header) {
   if (!IsStreamValid()) return false;
-  record_count_ = 0;
-  bytes_written_ = 0;
+  ResetCounts();
   stream_header_ = header;
   start_clock_ = header.start_clock;
   const bool scrambled_headers = header_crypter_.Initialize(header.header_key);
@@ -260,7 +269,7 @@ bool BinaryEncoder::WritePieces(const std::uint8_t* header, const std::uint8_t* 
                                 std::uint32_t size, std::uint8_t key) {
   constexpr std::uint32_t kPiece = 4096;
   if (!Write(header, kRecordHeaderSize)) return false;
-  if (key == 0) return Write(payload, size);
+  // Through memory of its own even where nothing changes: `payload` may be a file that fails.
   std::uint8_t piece[kPiece];
   for (std::uint32_t at = 0; at < size;) {
     const std::uint32_t part = std::min(size - at, kPiece);

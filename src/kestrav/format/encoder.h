@@ -87,13 +87,16 @@ class KESTRAV_API BinaryEncoder : public Logger {
   // As `Stop`, with this duration. false: the header cannot be written.
   [[nodiscard]] bool Finish(std::uint32_t duration_ms);
 
+  // Leaves the stream at its start, for another log; what it cannot write any more is given up.
+  void Abandon();
+
   // Since the last `Reset`. Records, without those that were given up by `Stop`.
   std::uint32_t RecordCount() const { return record_count_; }
   // Records that `Stop` gave up.
   std::uint32_t LostRecords() const { return lost_records_; }
   // Of the log, its header included.
   std::uint32_t BytesWritten() const { return bytes_written_; }
-  // The longest time that the stream kept the encoder waiting.
+  // The longest time that a record, or a flush, waited for the stream.
   std::chrono::microseconds LongestWrite() const {
     return std::chrono::duration_cast<std::chrono::microseconds>(longest_write_);
   }
@@ -113,6 +116,7 @@ class KESTRAV_API BinaryEncoder : public Logger {
                                  std::uint32_t size, std::uint8_t key);
   [[nodiscard]] bool WriteWithoutRoom(const Content& content);
   void DropUnflushed();
+  void ResetCounts();
   Keys NextKeys() const {
     if (!scrambling_) return {record_count_, 0, 0};
     return {record_count_, header_crypter_.RecordKey(record_count_),

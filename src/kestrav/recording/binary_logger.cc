@@ -230,7 +230,7 @@ bool BinaryLogger::StartBinaryLogging() {
     return true;
   }
   // The next start may be to the same stream: its header belongs over this one.
-  if (opened) static_cast<void>(encoder_.SeekStream(0));
+  if (opened) encoder_.Abandon();
   status_ = LoggingOff;
   dictionary_.clear();
   // There is no log for what was queued meanwhile, and the next one is not its place.

@@ -131,7 +131,7 @@ bool KeySearch::AskRecords(const HeaderReading& reading) {
   }
   if (IsEnough(reading)) return true;
   if (!log_.LoadSums()) return false;
-  while ((at = log_.FindHeader(at)) < log_.Size() && !IsEnough(reading)) {
+  while ((at = log_.FindHeader(at, log_.Size())) < log_.Size() && !IsEnough(reading)) {
     if (!AskPair(at)) ++at;
   }
   return true;

@@ -96,9 +96,9 @@ bool LogView::ReadHeaderOf(std::uint32_t index, std::uint32_t at,
          IsSound(at, header);
 }
 
-std::uint32_t LogView::FindHeader(std::uint32_t at) const {
+std::uint32_t LogView::FindHeader(std::uint32_t at, std::uint32_t until) const {
   constexpr std::uint32_t kStep = sizeof(wide::Bytes);
-  while (at < size_ && size_ - at >= kRecordHeaderSize) {
+  while (at < until && size_ - at >= kRecordHeaderSize) {
     if (size_ - at >= kStep + kRecordHeaderSize && !AnyStart(bytes_ + at)) {
       at += kStep;
       continue;
@@ -111,7 +111,7 @@ std::uint32_t LogView::FindHeader(std::uint32_t at) const {
       }
     }
   }
-  return size_;
+  return at < until ? size_ : at;
 }
 
 bool LogView::PayloadHolds(std::uint32_t at, const BinaryLogRecordHeader& header) const {

@@ -39,8 +39,9 @@ class LogView {
   bool ReadKeyedHeader(std::uint32_t at, BinaryLogRecordHeader& header) const;
   // Whether the sound header of the record `index` stands at `at`.
   bool ReadHeaderOf(std::uint32_t index, std::uint32_t at, BinaryLogRecordHeader& header) const;
-  // The first position from `at` on where `ReadHeader` may say yes; the size if there is none.
-  std::uint32_t FindHeader(std::uint32_t at) const;
+  // The first position from `at` on where `ReadHeader` may say yes, the size if there is none.
+  // Looks at what is in front of `until`: a result from there on may be any position.
+  std::uint32_t FindHeader(std::uint32_t at, std::uint32_t until) const;
 
   // The XOR of bytes as they stand.
   std::uint8_t Sum(std::uint32_t at, std::uint32_t size) const {

@@ -1,5 +1,7 @@
 #include "kestrav/rescue/run_search.h"
 
+#include <algorithm>
+
 #include "kestrav/format/stream_header.h"
 #include "kestrav/host/memory/try.h"
 #include "kestrav/rescue/chain_walk.h"
@@ -30,8 +32,11 @@ SearchResult RunSearch::Search() {
 SearchResult RunSearch::SearchFrom(std::uint32_t at) {
   if (at < log_.Size() && !log_.LoadSums()) return SearchResult::kNoMemory;
   BinaryLogRecordHeader header;
-  while ((at = log_.FindHeader(at)) < log_.Size()) {
+  while (at < log_.Size()) {
+    const std::uint32_t until = at + std::min(log_.Size() - at, kBytesBetweenLooks);
+    at = log_.FindHeader(at, until);
     if (!IsTime(at)) return SearchResult::kCancelled;
+    if (at >= until) continue;
     if (!log_.ReadKeyedHeader(at, header)) {
       ++at;
       continue;

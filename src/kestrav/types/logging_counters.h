@@ -20,7 +20,7 @@ struct LoggingCounters {
 
   std::uint64_t bytes = 0;             // of the log, its stream header included
   std::uint64_t highest_queue = 0;     // most messages that waited at a time
-  std::uint64_t longest_write_us = 0;  // longest call of the stream, in microseconds
+  std::uint64_t longest_write_us = 0;  // longest wait of records for the stream, in microseconds
 
   std::uint64_t Dropped() const {
     return dropped_without_log + dropped_by_stream + dropped_at_stop;

@@ -7,7 +7,7 @@ namespace kestrav::test {
 namespace {
 
 // Buffers all of it and hands it on, unless told otherwise, by the flush.
-class BufferingStream final : public Io::IOutputStream {
+class BufferingStream : public Io::IOutputStream {
  public:
   bool Write(const std::uint8_t* data, std::uint32_t size) override {
     if (!Flush()) return false;
@@ -161,6 +161,31 @@ TEST_F(LoggingCountersTest, CountWhatAStreamStillHeldWhenItBroke) {
   EXPECT_EQ(log.error, "");
   EXPECT_EQ(log.stream_length, stream->content.size());
   EXPECT_THAT(log.PayloadsOf(kGps), ::testing::ElementsAre("on file"));
+}
+
+TEST_F(LoggingCountersTest, CountAsLostNothingThatMadeRoomForARefusedRecord) {
+  // Hands on what it has to make room for a large record, which it then refuses.
+  class PickyStream final : public BufferingStream {
+   public:
+    bool Write(const std::uint8_t* data, std::uint32_t size) override {
+      if (size < 1000) return BufferingStream::Write(data, size);
+      static_cast<void>(Flush());
+      return false;
+    }
+  };
+  const auto stream = std::make_shared<PickyStream>();
+  ASSERT_TRUE(logger_.SetBinaryLogStream(stream));
+  ASSERT_TRUE(StartLogging());
+  clock_->Settle();
+  EXPECT_TRUE(Write("on file"));
+  EXPECT_TRUE(Write(std::string(2000, 'x')));
+  clock_->Settle();
+  stream->is_broken = true;
+  EXPECT_TRUE(Write("in the buffer"));
+  Finish();
+  EXPECT_EQ(Counters().written, kOwn + 1);
+  EXPECT_EQ(Counters().dropped_by_stream, 1u);
+  EXPECT_EQ(Counters().dropped_at_stop, 1u);
 }
 
 TEST_F(LoggingCountersTest, KnowTheLongestCallOfTheStream) {

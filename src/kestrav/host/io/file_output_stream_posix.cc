@@ -29,7 +29,14 @@ int Flags(OpenMode mode) {
 
 FileOutputSettings Usable(FileOutputSettings settings) {
   settings.buffer_bytes = std::max<std::uint32_t>(settings.buffer_bytes, 1);
+  settings.sync_interval_ms = std::min(settings.sync_interval_ms, Time::kNoLimit - 1);
   return settings;
+}
+
+// -1: it cannot be opened.
+int OpenFolderOf(std::string name) {
+  name.resize(name.rfind('/') + 1);  // without a slash there is nothing left
+  return ::open(name.empty() ? "." : name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 // false: the file system does not tell, errno says why.
@@ -85,7 +92,9 @@ bool BufferedFileOutputStream::Open(const String& path, OpenMode mode) {
   file_ = std::move(file);
   end_ = static_cast<std::uint32_t>(status.st_size);
   if (settings_.sync_interval_ms > 0) {
-    syncer_.reset(new (std::nothrow) FileSyncer(file_.Get(), settings_.sync_interval_ms, error_));
+    FileHandle folder(mode == OpenMode::kCreate ? OpenFolderOf(std::move(name)) : -1);
+    syncer_.reset(new (std::nothrow) FileSyncer(file_.Get(), std::move(folder),
+                                                settings_.sync_interval_ms, error_));
     if (!syncer_) Fail(ENOMEM);
   }
   StartBuffer(0);
@@ -115,7 +124,8 @@ bool BufferedFileOutputStream::Close() {
   if (syncer_) syncer_->End();
   bool whole = Flush();
   whole = CutTornEnd() && whole;
-  if (syncer_) whole = syncer_->Sync() && whole;
+  // The system tells a failure once: a later sync that works says nothing of those bytes.
+  if (syncer_) whole = syncer_->Sync() && syncer_->FailedSyncs() == 0 && whole;
   if (!file_.Close()) {
     Fail(errno);
     whole = false;

@@ -166,8 +166,8 @@ class KESTRAV_API BufferedFileOutputStream final : public IOutputStream {
   std::uint32_t end_ = 0;           // the length of the file without what is buffered
   bool torn_ = false;               // behind the end stands what could not be cut off
   bool flush_failed_ = false;       // of what is buffered now
-  std::uint64_t unasked_bytes_ =
-      0;  // by which the file may grow before its free space is asked for
+  // By which the file may grow before its free space is asked for.
+  std::uint64_t unasked_bytes_ = 0;
   std::uint64_t asked_after_sync_ = 0;  // how many syncs there had been when it was
   std::atomic<std::uint64_t> bytes_{0};
   std::atomic<std::uint64_t> writes_{0};

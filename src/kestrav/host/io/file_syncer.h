@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "kestrav/host/io/file_stream.h"
 #include "kestrav/host/thread/event.h"
 #include "kestrav/host/thread/thread_module.h"
 #include "kestrav/host/thread/worker_thread.h"
@@ -20,8 +21,9 @@ inline void KeepFirst(std::atomic<int>& error, int value) {
 // the thread that writes the file; the counts may be read by any.
 class FileSyncer final : public Thread::WorkerThread {
  public:
-  // `descriptor` stays open and `error`, which keeps the first error, stays until `End`.
-  FileSyncer(int descriptor, std::uint32_t interval_ms, std::atomic<int>& error);
+  // `descriptor` stays open and `error`, which keeps the first error, stays until `End`. `folder`,
+  // where the name of a new file stands, is synced once too, if it is open.
+  FileSyncer(int descriptor, FileHandle folder, std::uint32_t interval_ms, std::atomic<int>& error);
   ~FileSyncer() override;
 
   // The system got bytes: they are synced an interval later. Waits for no sync. The first call
@@ -42,6 +44,7 @@ class FileSyncer final : public Thread::WorkerThread {
 
  private:
   const int descriptor_;
+  FileHandle folder_;
   const std::uint32_t interval_ms_;
   std::atomic<int>& error_;
   Thread::ThreadModule threads_;

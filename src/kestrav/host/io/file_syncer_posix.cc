@@ -8,8 +8,12 @@
 
 namespace kestrav::Io {
 
-FileSyncer::FileSyncer(int descriptor, std::uint32_t interval_ms, std::atomic<int>& error)
-    : descriptor_(descriptor), interval_ms_(interval_ms), error_(error) {}
+FileSyncer::FileSyncer(int descriptor, FileHandle folder, std::uint32_t interval_ms,
+                       std::atomic<int>& error)
+    : descriptor_(descriptor),
+      folder_(std::move(folder)),
+      interval_ms_(interval_ms),
+      error_(error) {}
 
 FileSyncer::~FileSyncer() { End(); }
 
@@ -26,6 +30,9 @@ void FileSyncer::End() {
 }
 
 bool FileSyncer::Sync() {
+  // Some file systems refuse to sync a folder; they keep names in another way.
+  if (folder_.IsOpen()) static_cast<void>(::fsync(folder_.Get()));
+  folder_.Close();
   int result = 0;
   do {
     result = ::fdatasync(descriptor_);

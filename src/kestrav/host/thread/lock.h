@@ -8,10 +8,20 @@
 
 #include "kestrav/host/thread/annotations.h"
 
+#if defined(__SANITIZE_THREAD__)
+extern "C" void __tsan_mutex_destroy(void* mutex, unsigned flags);
+#endif
+
 namespace kestrav::Thread {
 
 class CAPABILITY("mutex") Mutex {
  public:
+#if defined(__SANITIZE_THREAD__)
+  // A standard mutex goes without a word, and the sanitizer would take the next one in its place
+  // for the same.
+  ~Mutex() { __tsan_mutex_destroy(&mutex_, 0); }
+#endif
+
   void Lock() ACQUIRE() { mutex_.lock(); }
   void Unlock() RELEASE() { mutex_.unlock(); }
 
@@ -58,6 +68,10 @@ class CAPABILITY("mutex") BriefMutex {
 // Recursive: a thread that holds it may take it again.
 class CAPABILITY("mutex") CritSec {
  public:
+#if defined(__SANITIZE_THREAD__)
+  ~CritSec() { __tsan_mutex_destroy(&mutex_, 0); }
+#endif
+
   void Lock() ACQUIRE() { mutex_.lock(); }
   void Unlock() RELEASE() { mutex_.unlock(); }
 
