@@ -33,8 +33,18 @@ pid_t Spawn(const Arguments& command, const Process::Streams& streams) {
       posix_spawn_file_actions_addopen(&actions, i, "/dev/null", O_RDWR, 0);
     }
   }
+  // A test run in the background may have been started with signals ignored, and the tool keeps
+  // to that.
+  sigset_t usual;
+  sigemptyset(&usual);
+  for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) sigaddset(&usual, signal);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setsigdefault(&attributes, &usual);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
   pid_t pid = -1;
-  EXPECT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0) << argv[0];
+  EXPECT_EQ(posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), environ), 0) << argv[0];
+  posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   return pid;
 }
