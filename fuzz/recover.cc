@@ -121,11 +121,12 @@ void ReadToTheEnd(const Recovered& recovered, Input log) {
   Require(records == recovered.report.records + copies, "it holds as many records as are reported");
 }
 
-// What a recovery writes is healthy: another one finds nothing to do. Where time goes back, what
-// the first one leaves out makes new neighbours, which the second one may not believe.
+// What a recovery writes is healthy: another one finds nothing to do. Where time goes back, or
+// records were in doubt, what the first one leaves out makes new neighbours, which the second one
+// may not believe.
 void RecoverAgain(const Recovered& first) {
   const Recovered second = Recover(first.bytes);
-  if (!first.report.steps_back.empty()) {
+  if (!first.report.steps_back.empty() || !first.report.doubtful.empty()) {
     Require(IsWritten(second), "a recovered log can be recovered");
     return ReadToTheEnd(second, first.bytes);
   }

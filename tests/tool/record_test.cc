@@ -121,7 +121,10 @@ TEST(Record, SaysThatNotEverythingCouldBeWritten) {
   const std::string log = folder.Path("o.klog");
   const Result result = RunWithFileLimit(1, RecordTo(log), std::string(1000, 'x'));
   EXPECT_EQ(result.code, 1);
-  EXPECT_EQ(result.err, "kestrav: record: " + log + ": File too large; 1 record is missing\n");
+  // How many depends on what was flushed with what.
+  EXPECT_THAT(result.err, ::testing::MatchesRegex("kestrav: record: " + log +
+                                                  ": File too large; (1 record is|3 records are) "
+                                                  "missing\n"));
 }
 
 TEST(Record, RefusesWrongUsage) {
