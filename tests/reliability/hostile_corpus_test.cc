@@ -254,7 +254,7 @@ TEST_P(HostileCorpus, IsRepairedInItsSummaryAloneOrNotAtAll) {
   if (repaired) {
     ASSERT_GE(content.size(), kStreamHeader);
     // Selection, duration and length.
-    for (const auto& [at, size] : {std::pair(8, 2), std::pair(12, 8)}) {
+    for (const auto& [at, size] : {std::pair(8u, 2u), std::pair(12u, 8u)}) {
       content.replace(at, size, size, '\0');
       expected.replace(at, size, size, '\0');
     }

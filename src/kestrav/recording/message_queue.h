@@ -65,6 +65,7 @@ class MessageQueue {
   static void Prefetch(const LogMessage* message) {
     constexpr std::size_t kLine = 64;
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(message);
+    if (!bytes) return;
     __builtin_prefetch(bytes, 1);
     __builtin_prefetch(bytes + kLine, 1);
   }

@@ -13,7 +13,7 @@ namespace {
 TEST(ScrambleCopy, DoesWhatALoopOverTheBytesDoes) {
   constexpr std::uint8_t kGuard = 0xEE;
   for (std::size_t size = 0; size <= 300; ++size) {
-    for (const std::size_t offset : {0, 1, 7, 16}) {
+    for (const std::size_t offset : {0u, 1u, 7u, 16u}) {
       const auto key = static_cast<std::uint8_t>(size * 7 + 1);
       std::vector<std::uint8_t> data(offset + size + 1, kGuard);
       std::iota(data.begin() + static_cast<std::ptrdiff_t>(offset), data.end() - 1,

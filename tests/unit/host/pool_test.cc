@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "kestrav/host/sanitizer.h"
 #include "support/short_memory.h"
 
 namespace kestrav::Memory {
@@ -38,7 +39,7 @@ TEST(BlockPool, HandsOutEachBlockOnce) {
   GiveAll(blocks);
 }
 
-#if !defined(__SANITIZE_ADDRESS__)  // under which nothing is kept
+#ifndef KESTRAV_ADDRESS_SANITIZER  // under which nothing is kept
 
 TEST(BlockPool, NeedsNoMemoryForWhatWasGivenBack) {
   GiveAll(TakeMany(300));

@@ -5,19 +5,14 @@
 #include <mutex>
 #include <utility>
 
+#include "kestrav/host/sanitizer.h"
+
 namespace kestrav::Memory {
 namespace {
 
 constexpr std::uint32_t kBatch = 256;
 
 // The address sanitizer sees what is used after it was given back only if it is really given back.
-#if defined(__SANITIZE_ADDRESS__)
-#define KESTRAV_ADDRESS_SANITIZER
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define KESTRAV_ADDRESS_SANITIZER
-#endif
-#endif
 #ifdef KESTRAV_ADDRESS_SANITIZER
 constexpr bool kGivesBackAtOnce = true;
 #else

@@ -6,9 +6,10 @@
 #include <mutex>
 #include <thread>
 
+#include "kestrav/host/sanitizer.h"
 #include "kestrav/host/thread/annotations.h"
 
-#if defined(__SANITIZE_THREAD__)
+#ifdef KESTRAV_THREAD_SANITIZER
 extern "C" void __tsan_mutex_destroy(void* mutex, unsigned flags);
 #endif
 
@@ -16,7 +17,7 @@ namespace kestrav::Thread {
 
 class CAPABILITY("mutex") Mutex {
  public:
-#if defined(__SANITIZE_THREAD__)
+#ifdef KESTRAV_THREAD_SANITIZER
   // A standard mutex goes without a word, and the sanitizer would take the next one in its place
   // for the same.
   ~Mutex() { __tsan_mutex_destroy(&mutex_, 0); }
@@ -68,7 +69,7 @@ class CAPABILITY("mutex") BriefMutex {
 // Recursive: a thread that holds it may take it again.
 class CAPABILITY("mutex") CritSec {
  public:
-#if defined(__SANITIZE_THREAD__)
+#ifdef KESTRAV_THREAD_SANITIZER
   ~CritSec() { __tsan_mutex_destroy(&mutex_, 0); }
 #endif
 
