@@ -52,6 +52,7 @@ set(KESTRAV_INNER_HEADERS
     format/xor_copy.h
     host/api.h
     host/config/text_document.h
+    host/sanitizer.h
     host/thread/annotations.h
     host/thread/lock.h
     host/time/timer.h
