@@ -1,13 +1,10 @@
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <limits>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,6 +15,7 @@
 #include "output.h"
 #include "payload_text.h"
 #include "progress.h"
+#include "record_filter.h"
 #include "text.h"
 
 namespace kestrav::tool {
@@ -25,56 +23,8 @@ namespace {
 
 struct CatOptions {
   std::string log;
-  std::vector<std::string> clients;  // names or ids; empty: all
-  double from_scnds = 0;
-  double to_scnds = std::numeric_limits<double>::infinity();
+  RecordFilter::Options filter;
   std::string format = "text";
-};
-
-// The names of the first dictionary, which is the first record unless clients were faster.
-ClientNames FindNames(const std::string& path) {
-  LogFile log(path);
-  LogWalk walk(log.Decoder());
-  ClientNames names;
-  while (names.IsEmpty() && walk.Next() == kSuccess) {
-    ReadNames(walk.Header().client_id, walk.Header().data_id, walk.Payload(), names);
-  }
-  return names;
-}
-
-// Which records are to be printed.
-class Filter {
- public:
-  Filter(const CatOptions& options, const LogFile& log, const ClientNames& names)
-      : log_(log), from_ms_(options.from_scnds * 1000), to_ms_(options.to_scnds * 1000) {
-    for (const std::string& client : options.clients) ids_.insert(ClientId(client, log, names));
-  }
-
-  bool Matches(const LogMessage& message) const {
-    const double at_ms = log_.SinceStart(message.time_stamp);
-    return at_ms >= from_ms_ && at_ms <= to_ms_ &&
-           (ids_.empty() || ids_.count(message.GetClientID()) > 0);
-  }
-
- private:
-  // A name starts with letters, so digits alone are an id.
-  static std::uint16_t ClientId(const std::string& client, const LogFile& log,
-                                const ClientNames& names) {
-    const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-    if (!client.empty() && client.size() <= 5 &&
-        std::all_of(client.begin(), client.end(), is_digit)) {
-      const unsigned long id = std::stoul(client);
-      if (id < kNoId) return static_cast<std::uint16_t>(id);
-    }
-    const auto id = names.Find(client);
-    if (!id) throw Failure(log.Path() + ": no client '" + client + "' in its dictionary");
-    return *id;
-  }
-
-  const LogFile& log_;
-  const double from_ms_;
-  const double to_ms_;
-  std::set<std::uint16_t> ids_;
 };
 
 class Printer {
@@ -166,15 +116,9 @@ void ShowProgress(Progress& progress, LogFile& log, std::uint64_t records) {
 }
 
 ExitCode Cat(const CatOptions& options) {
-  if (std::isnan(options.from_scnds) || std::isnan(options.to_scnds)) {
-    throw Failure("--from and --to are numbers of seconds", kWrongUsage);
-  }
-  if (options.from_scnds > options.to_scnds) {
-    throw Failure("--from is later than --to", kWrongUsage);
-  }
   const ClientNames names = FindNames(options.log);
   LogFile log(options.log);
-  const Filter filter(options, log, names);
+  const RecordFilter filter(options.filter, log, names);
   const std::unique_ptr<Printer> printer = MakePrinter(options.format, log, names);
   Output output;
   Progress progress;
@@ -184,7 +128,9 @@ ExitCode Cat(const CatOptions& options) {
   for (std::uint64_t index = 0;; ++index) {
     result = log.Decoder().GetNextLogRecord(message);
     if (result != kSuccess) break;
-    if (filter.Matches(message)) printer->Print(output.Text(), index, message);
+    if (filter.Matches(message.GetClientID(), message.time_stamp)) {
+      printer->Print(output.Text(), index, message);
+    }
     if (!output.Continue()) return kDone;
     if (show_progress) ShowProgress(progress, log, index);
   }
@@ -199,14 +145,7 @@ void AddCat(CLI::App& app, ExitCode& exit_code) {
   const auto options = std::make_shared<CatOptions>();
   CLI::App* const command = app.add_subcommand("cat", "Print the records of a log");
   command->add_option("LOG", options->log, "The log to read")->required();
-  command->add_option("--client", options->clients, "Only this client's records (repeatable)")
-      ->type_name("NAME|ID")
-      ->expected(1)
-      ->take_all();
-  command->add_option("--from", options->from_scnds, "Only from this time of the log on")
-      ->type_name("SECONDS");
-  command->add_option("--to", options->to_scnds, "Only up to this time of the log")
-      ->type_name("SECONDS");
+  AddFilterOptions(*command, options->filter, "--to");
   command->add_option("--format", options->format, "text (the default), jsonl or raw")
       ->check(CLI::IsMember({"text", "jsonl", "raw"}))
       ->type_name("FORMAT");
