@@ -27,9 +27,9 @@ endif()
 if(PROJECT_IS_TOP_LEVEL)
   find_program(KESTRAV_CCACHE ccache)
   if(KESTRAV_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
-    # Precompiled headers need this much tolerance.
+    # Precompiled headers need this much tolerance; an object serves every build folder.
     set(CMAKE_CXX_COMPILER_LAUNCHER
-        ${CMAKE_COMMAND} -E env
+        ${CMAKE_COMMAND} -E env CCACHE_NOHASHDIR=1
         CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
         ${KESTRAV_CCACHE})
   endif()

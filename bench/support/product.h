@@ -4,8 +4,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
-#include "kestrav/engine/kestrav.h"
+#include "kestrav/engine/kestrav_impl.h"
 #include "kestrav/format/log_message.h"
 #include "kestrav/host/io/file_stream.h"
 #include "kestrav/host/io/mapped_file_stream.h"
@@ -19,10 +20,10 @@ namespace kestrav::bench {
 inline SmartPtr::Ptr<LogMessage> MakeMessage() { return LogMessage::Create(); }
 
 // What a client does with each of its messages.
-inline bool HandOver(IKestrav& recorder, std::uint16_t client_id, const std::uint8_t* data,
+inline bool HandOver(KestravImpl& recorder, std::uint16_t client_id, const std::uint8_t* data,
                      std::uint32_t size) {
-  const auto message = MakeMessage();
-  return message->Assign(client_id, 1, data, size, 0) && recorder.WriteData(message);
+  auto message = MakeMessage();
+  return message->Assign(client_id, 1, data, size, 0) && recorder.WriteData(std::move(message));
 }
 
 // Empty: the file cannot be opened.

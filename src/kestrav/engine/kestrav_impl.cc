@@ -1,5 +1,7 @@
 #include "kestrav/engine/kestrav_impl.h"
 
+#include <utility>
+
 #include "kestrav/host/memory/try.h"
 
 namespace kestrav {
@@ -130,6 +132,11 @@ bool KestravImpl::StopLogging() {
 
 bool KestravImpl::WriteData(const SmartPtr::Ptr<ILogMessage>& message) {
   return message && clients_.IsSelectedForLogging(message->GetClientID()) && logger_.Write(message);
+}
+
+bool KestravImpl::WriteData(SmartPtr::Ptr<ILogMessage>&& message) {
+  return message && clients_.IsSelectedForLogging(message->GetClientID()) &&
+         logger_.Write(std::move(message));
 }
 
 }  // namespace kestrav

@@ -74,20 +74,32 @@ bool BinaryLogger::StopLoggingThread() {
 // again under it: the last flush of a recording takes the lock after the status became off, so a
 // message is in that flush or refused. The stream is never touched here: a slow disk cannot hold up
 // a client.
-bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
+bool BinaryLogger::Write(SmartPtr::Ptr<ILogMessage>&& message) {
   if (status_ == LoggingOff) return false;
   LogMessage* const log_message = AsLogMessage(message.get());
   if (log_message == nullptr) return false;
-  SmartPtr::Ptr<LogMessage> queued(message, log_message);
+  SmartPtr::Ptr<LogMessage> queued(std::move(message), log_message);
   {
     Thread::ScopedLock lock(queue_lock_);
-    std::uint32_t now_ms = 0;
-    if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
-    log_message->time_stamp = now_ms;
-    if (!queue_.Push(std::move(queued))) return false;
-    ++counters_.accepted;
+    if (!Queue(queued)) {
+      message = std::move(queued);
+      return false;
+    }
   }
   data_event_.Set();
+  return true;
+}
+
+bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
+  return status_ != LoggingOff && Write(SmartPtr::Ptr<ILogMessage>(message));
+}
+
+bool BinaryLogger::Queue(SmartPtr::Ptr<LogMessage>& message) {
+  std::uint32_t now_ms = 0;
+  if (status_ == LoggingOff || !Time::Source().ReadMs(now_ms)) return false;
+  message->time_stamp = now_ms;
+  if (!queue_.Push(std::move(message))) return false;
+  ++counters_.accepted;
   return true;
 }
 

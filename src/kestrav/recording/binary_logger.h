@@ -55,6 +55,8 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
   // What was accepted is written before the stop that ends this recording is complete.
   // false: not logging, no clock, or short memory.
   bool Write(const SmartPtr::Ptr<ILogMessage>& message) override;
+  // The same, and takes over the caller's reference. false: `message` is as before.
+  bool Write(SmartPtr::Ptr<ILogMessage>&& message);
 
   void EnableEncryption(bool enable);
   // Off is told only when the log is finished: a stop in progress is waited for.
@@ -75,6 +77,7 @@ class KESTRAV_API BinaryLogger final : public Thread::WorkerThread, public IMess
       REQUIRES(state_lock_);
   void FlushData();
   void FlushAllData() REQUIRES(state_lock_);
+  [[nodiscard]] bool Queue(SmartPtr::Ptr<LogMessage>& message) REQUIRES(queue_lock_);
   void WriteAll(MessageQueue& queue);
   void LetMessagesGather();
   void TakeQueue() REQUIRES(queue_lock_);

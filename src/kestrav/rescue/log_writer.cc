@@ -14,6 +14,9 @@ constexpr std::uint32_t kBytesBetweenLooks = 1 << 20;
 
 using Step = ChainWalk::Step;
 
+// Of a run that is taken the unconfirmed record at its end counts too.
+bool IsWritten(Step step) { return step == Step::kRecord || step == Step::kUnconfirmed; }
+
 bool Lose(RecoveryReport& report, const LostRange& range) {
   return Memory::Append(report.lost, range);
 }
@@ -49,7 +52,7 @@ void LogWriter::FindStart() {
     ChainWalk walk(log_, one.run.begin, one.run.index);
     for (Step step = walk.Next(); step != Step::kEnd && walk.Offset() < one.run.end;
          step = walk.Next()) {
-      if (step != Step::kRecord) continue;
+      if (!IsWritten(step)) continue;
       const BinaryLogRecordHeader& header = walk.Header();
       if (!any) first_time_ = header.time_stamp;
       found_ids |= ClientIdSet::Bit(header.client_id);
@@ -90,7 +93,7 @@ RecoveryResult LogWriter::WriteRun(const Run& run) {
       next_look_ = walk.Offset() + std::min(kBytesBetweenLooks, log_.Size() - walk.Offset());
     }
     next_index_ = walk.Index() + 1;
-    if (step == Step::kRecord || step == Step::kUnconfirmed) {  // the run says that it counts
+    if (IsWritten(step)) {
       const RecoveryResult result = WriteRecord(walk);
       if (result != RecoveryResult::kWhole) return result;
       continue;

@@ -1,4 +1,5 @@
 #include <map>
+#include <utility>
 
 #include "unit/engine/engine_fixture.h"
 
@@ -117,6 +118,29 @@ TEST_F(EngineTest, RecordsTheMessagesOfSelectedClientsAlone) {
   clock_->Settle();
   EXPECT_FALSE(engine_.WriteData(MakeMessage(kGps, 7, "over")));
   EXPECT_THAT(ParseLog(stream_->Content()).PayloadsOf(kGps), ElementsAre("recorded"));
+}
+
+TEST_F(EngineTest, TakesOverTheCallersReferenceOnlyToAMessageThatItTakes) {
+  SmartPtr::Ptr<ILogMessage> message = MakeMessage(kGps, 7, "moved");
+  const ILogMessage* const before = message.get();
+  EXPECT_FALSE(engine_.WriteData(std::move(message)));  // not selected
+  EXPECT_TRUE(engine_.SelectForLogging(L"GPS"));
+  EXPECT_FALSE(engine_.WriteData(std::move(message)));  // not recording
+  Record();
+  clock_->FailMs();
+  EXPECT_FALSE(engine_.WriteData(std::move(message)));
+  clock_->Recover();
+  EXPECT_EQ(message.get(), before);
+  EXPECT_EQ(message.use_count(), 1);
+  EXPECT_TRUE(engine_.WriteData(std::move(message)));
+  EXPECT_EQ(message, nullptr);
+  EXPECT_FALSE(engine_.WriteData(std::move(message)));
+  message = MakeMessage(kGps, 7, "shared");
+  EXPECT_TRUE(engine_.WriteData(message));
+  EXPECT_NE(message, nullptr);
+  EXPECT_TRUE(engine_.StopLogging());
+  clock_->Settle();
+  EXPECT_THAT(ParseLog(stream_->Content()).PayloadsOf(kGps), ElementsAre("moved", "shared"));
 }
 
 TEST_F(EngineTest, RefusesEveryChangeOfWhatIsRecordedWhileItRecords) {
