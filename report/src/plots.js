@@ -5,12 +5,16 @@ import { niceStep, rate, size, time, TIME_STEPS } from "./format.js";
 import { levelFor } from "./model.js";
 import { wheelZooms } from "./view.js";
 
-const HEIGHT = 190;
+const HEIGHT = 200;
 const PIXELS_PER_POINT = 3;
+// Seen from afar, what comes once a second is a line and not a comb.
+const CALM_MS = 1000;
+const CLOSE_MS = 20000;
 
 // { times, values }: a second's worth of each bucket in the window, with one more at both ends.
 function ratesOf(model, view, width, levelsOf) {
-  const level = levelFor(model, (view.span / width) * PIXELS_PER_POINT);
+  const finest = (view.span / width) * PIXELS_PER_POINT;
+  const level = levelFor(model, view.span > CLOSE_MS ? Math.max(finest, 2 * CALM_MS - 1) : finest);
   const bucketMs = model.bucketMs * 2 ** level;
   const length = Math.ceil(model.buckets / 2 ** level);
   const first = Math.max(Math.floor(view.min / bucketMs) - 1, 0);
@@ -35,8 +39,8 @@ function axis(values, room) {
 
 // A plot whose window, cursor and zoom are those of `view`.
 export class Plot {
-  constructor({ id, title, unit, view, series, dataOf, valueText, axisText, controls }) {
-    Object.assign(this, { view, dataOf, series, valueText, unit });
+  constructor({ id, title, unit, view, series, dataOf, valueText, axisText, controls, height = HEIGHT }) {
+    Object.assign(this, { view, dataOf, series, valueText, unit, height });
     this.stage = element("div", { class: "plot", tabindex: "0", role: "application", "aria-label": `${title}. Keys as in the timeline.` });
     this.readout = element("span", { class: "readout muted" });
     this.place = section(id, title, element("div", { class: "toolbar" }, controls ?? null, this.readout), this.stage);
@@ -54,7 +58,7 @@ export class Plot {
   layout() {
     const width = Math.max(Math.floor(this.stage.clientWidth), 120);
     if (!this.plot) this.plot = new uPlot(this.options(width), this.dataOf(width), this.stage);
-    this.plot.setSize({ width, height: HEIGHT });
+    this.plot.setSize({ width, height: this.height });
     this.update();
     this.updateSeries();
   }
@@ -63,7 +67,7 @@ export class Plot {
     const { view } = this;
     return {
       width,
-      height: HEIGHT,
+      height: this.height,
       legend: { show: false },
       padding: [8, 8, 0, 0],
       cursor: {

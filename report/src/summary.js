@@ -63,7 +63,9 @@ function dataIds(client) {
 
 function clientRow(client, most) {
   const cell = (text) => element("td", { class: "number" }, text);
-  const bar = element("meter", { min: "0", max: String(most), value: String(client.records), "aria-hidden": "true" });
+  const bar = element("div", { class: "bar", "aria-hidden": "true" });
+  bar.style.width = `${Math.max((90 * client.records) / most, 1)}px`;
+  bar.style.background = `var(${client.colour})`;
   return element("tr", {},
     element("th", { scope: "row" }, element("span", { class: `dot ${client.colour.slice(2)}` }), client.name),
     cell(client.id === null ? "" : String(client.id)), cell(count(client.records)),

@@ -7,6 +7,7 @@ import { Plot } from "./plots.js";
 const EARTH_M = 6371008.8;
 const RADIANS = Math.PI / 180;
 const MARGIN = 34;
+const HEIGHT = 300;
 
 // Metres east and north of the middle of the way; good for a drive, not for a voyage.
 function project(points) {
@@ -58,7 +59,7 @@ class Track {
     const { view, points } = this;
     const id = `track-${this.client.id}`;
     const speed = new Plot({
-      id: `speed-${this.client.id}`, title: `Speed of ${this.client.name}`, unit: "km/h", view,
+      id: `speed-${this.client.id}`, height: HEIGHT + 24, title: `Speed of ${this.client.name}`, unit: "km/h", view,
       series: [{ name: "", colour: this.client.colour, isFilled: true }],
       dataOf: () => [this.times, points.map((p) => p.speed)],
       valueText: (value) => `${value.toFixed(1)} km/h`, axisText: (value) => `${value}`,
@@ -82,14 +83,13 @@ class Track {
 
   draw() {
     const width = Math.max(Math.floor(this.stage.clientWidth), 120);
-    const height = 300;
-    const context = fitCanvas(this.canvas, width, height);
-    this.scaleTo(width, height);
+    const context = fitCanvas(this.canvas, width, HEIGHT);
+    this.scaleTo(width, HEIGHT);
     context.lineCap = context.lineJoin = "round";
     this.stroke(context, () => false, 2, colour("--grid-strong"));
     this.strokeBySpeed(context);
     this.drawEnds(context);
-    this.drawScale(context, width, height);
+    this.drawScale(context, width, HEIGHT);
     this.drawCursor(context);
   }
 

@@ -46,7 +46,7 @@ bool HasPart(const Folder& folder) {
 }
 
 TEST_F(Report, CarriesEachRecordAsItIs) {
-  for (const std::uint8_t key : {0, 0x5A}) {
+  for (const std::uint8_t key : {std::uint8_t{0}, std::uint8_t{0x5A}}) {
     const ReportRun run = MakeReport(SmallLog(key));
     EXPECT_EQ(run.result.code, 0) << run.result.err;
     EXPECT_EQ(run.result.err, "");
@@ -224,9 +224,13 @@ TEST_F(Report, TellsOfSilencesThatStandOut) {
   LogBuilder log;
   for (std::uint32_t i = 0; i < 100; ++i) log.Record(3, 1, i * 10 + (i < 50 ? 0 : 5000), "x");
   for (std::uint32_t i = 0; i < 5; ++i) log.Record(4, 1, 6000 + i * 5000, "x");
+  for (std::uint32_t i = 0; i < 1000; ++i) {  // bursts, and one pause that is longer
+    log.Record(5, 1, 30'000 + i / 30 * 1100 + i % 30 + (i < 600 ? 0 : 9000), "x");
+  }
   const ReportRun run = MakeReport(log);
   EXPECT_EQ(run.Client(3)["silences"], json::parse("[[490,5010]]"));
   EXPECT_EQ(run.Client(4)["silences"], json::array());
+  EXPECT_EQ(run.Client(5)["silences"], json::parse("[[50929,10071]]"));
 }
 
 TEST_F(Report, DrawsTheWayOfASatelliteReceiver) {

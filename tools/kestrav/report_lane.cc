@@ -65,10 +65,14 @@ std::vector<Silence> Lane::LongSilences() const {
   constexpr double kTimesTheUsual = 10;
   std::vector<Silence> result;
   if (statistics.records < 2) return result;
-  const double usual_ms =
-      static_cast<double>(last_ms - first_ms) / static_cast<double>(statistics.records - 1);
+  double least_ms = kTimesTheUsual * static_cast<double>(last_ms - first_ms) /
+                    static_cast<double>(statistics.records - 1);
+  // As many as this are the pauses between bursts, which are usual too.
+  if (silences_.size() == kMostSilences) {
+    least_ms = std::max(least_ms, 2.0 * static_cast<double>(silences_.front().length_ms));
+  }
   for (const Silence& silence : silences_) {
-    if (static_cast<double>(silence.length_ms) >= kTimesTheUsual * usual_ms) {
+    if (static_cast<double>(silence.length_ms) >= least_ms) {
       result.push_back(silence);
     }
   }

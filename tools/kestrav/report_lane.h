@@ -45,7 +45,8 @@ struct Lane {
   static constexpr std::size_t kMostDataIds = 64;
 
   void Add(const BinaryLogRecordHeader& header, std::int64_t at_ms, unsigned shift);
-  // Those that stand out: a second and ten times the usual at least, in the order of time.
+  // Those that stand out, in the order of time: a second and ten times the usual at least, and not
+  // one of many that are alike.
   std::vector<Silence> LongSilences() const;
 
   ClientStatistics statistics;
