@@ -38,8 +38,11 @@ export function spread(levels, model, view, columns) {
   const last = Math.min(Math.floor(view.max / bucketMs), values.length - 1);
   for (let i = first; i <= last; ++i) {
     if (values[i] === 0) continue;
-    const from = Math.max(Math.floor((i * bucketMs - view.min) / msPerColumn), 0);
-    const to = Math.min(Math.max(Math.ceil(((i + 1) * bucketMs - view.min) / msPerColumn), from + 1), columns.length);
-    for (let x = from; x < to; ++x) columns[x] += values[i] / (to - from);
+    // By its share of each column, so that even records make an even lane.
+    const [left, right] = [(i * bucketMs - view.min) / msPerColumn, ((i + 1) * bucketMs - view.min) / msPerColumn];
+    const end = Math.min(Math.ceil(right), columns.length);
+    for (let x = Math.max(Math.floor(left), 0); x < end; ++x) {
+      columns[x] += (values[i] * (Math.min(right, x + 1) - Math.max(left, x))) / (right - left);
+    }
   }
 }

@@ -42,8 +42,8 @@ export class Plot {
   constructor({ id, title, unit, view, series, dataOf, valueText, axisText, controls, height = HEIGHT }) {
     Object.assign(this, { view, dataOf, series, valueText, unit, height });
     this.stage = element("div", { class: "plot", tabindex: "0", role: "application", "aria-label": `${title}. Keys as in the timeline.` });
-    this.readout = element("span", { class: "readout muted" });
-    this.place = section(id, title, element("div", { class: "toolbar" }, controls ?? null, this.readout), this.stage);
+    this.readout = element("p", { class: "readout muted" }, this.unit);
+    this.place = section(id, title, controls ?? null, this.readout, this.stage);
     this.axisText = axisText;
     wheelZooms(this.stage, view, (event) => {
       const box = this.plot.over.getBoundingClientRect();
@@ -166,12 +166,12 @@ export function ratePlots(model, view) {
   const perSecond = (value) => `${rate(value)}/s`;
   return [
     new Plot({
-      id: "rate", title: "Records a second", unit: "", view, series, controls: clientSwitches(model, view),
+      id: "rate", title: "Records a second", unit: "of all data ids", view, series, controls: clientSwitches(model, view),
       dataOf: (width) => ratesOf(model, view, width, (client) => client.recordLevels),
       valueText: perSecond, axisText: rate,
     }),
     new Plot({
-      id: "bytes", title: "Bytes a second", unit: "payload", view, series,
+      id: "bytes", title: "Bytes a second", unit: "of payload", view, series, controls: clientSwitches(model, view),
       dataOf: (width) => ratesOf(model, view, width, (client) => client.byteLevels),
       valueText: (value) => `${size(Math.round(value))}/s`,
       axisText: (value) => size(Math.round(value)).replace(" bytes", " B"),

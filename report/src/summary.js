@@ -42,9 +42,10 @@ export function summarySection(model) {
   const state = stateOf(summary);
   const bytes = model.clients.reduce((sum, client) => sum + client.bytes, 0);
   const duration = log.duration_ms > 0 ? log.duration_ms : summary.end_ms;
+  const [day, ...clock] = wallClock(model.startUnixMs).split(" ");
   return section("summary", "Summary", element("dl", { class: "facts" },
     fact("State", state.text, state.note, { class: `fact state ${state.class}` }),
-    fact("Started", wallClock(model.startUnixMs)),
+    fact("Started", day, clock.join(" ")),
     fact("Duration", time(duration, log.duration_ms > 0 ? 1000 : 1), `last record at ${time(summary.end_ms)}`),
     fact("Records", count(summary.records), `${rate(summary.end_ms > 0 ? (1000 * summary.records) / summary.end_ms : 0)} a second`),
     fact("Payload", size(bytes), `file ${size(log.size)}${log.scrambled ? ", scrambled" : ", plain"}`),

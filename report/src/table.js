@@ -19,6 +19,7 @@ export class RecordTable {
     }, this.header(), this.spacer);
     this.detail = element("aside", { class: "detail", "aria-live": "polite", "aria-label": "The selected record" });
     this.place = section("records", "Records", this.filters(), this.status,
+      element("p", { class: "print-only muted" }, `On paper at most the first ${PRINTED} of them.`),
       element("div", { class: "record-panes" }, this.scroller, this.detail));
     this.rows.addEventListener("click", (event) => {
       const row = event.target.closest("[data-at]");

@@ -217,10 +217,12 @@ export class Timeline {
       context.fillStyle = colour("--bad");
       columns.forEach((value, x) => { if (value > 0) context.fillRect(x, MARK_ROW - 6, 1, 4); });
     }
-    for (const mark of model.marks) {
+    // Damage last, on top of the records that are missing for it.
+    const isBad = (mark) => Number(markColour(mark) === "--bad");
+    for (const mark of [...model.marks].sort((a, b) => isBad(a) - isBad(b))) {
       const { from, to } = markTimes(mark);
       if (to < view.min || from > view.max) continue;
-      const x = this.xOf(mark.at);
+      const x = Math.min(Math.max(this.xOf(mark.at), 6), this.width - 7);
       context.strokeStyle = context.fillStyle = colour(markColour(mark));
       context.globalAlpha = 0.55;
       context.beginPath();
