@@ -27,13 +27,12 @@ function header(model, actions) {
     element("div", { class: "buttons screen-only" }, actions));
 }
 
-function bindPrint(view, table) {
+function bindPrint(view) {
   let theme;
   window.addEventListener("beforeprint", () => {
     theme = root.dataset.theme;
     root.classList.add("printing");
     setTheme("light", view);
-    table.draw(true);
   });
   window.addEventListener("afterprint", () => {
     root.classList.remove("printing");
@@ -59,7 +58,7 @@ function start() {
     element("footer", { class: "muted" }, `Made by kestrav ${model.summary.tool}. This page is complete in itself and asks no network for anything.`),
     help);
   bindKeys(view, { help, filter: table.text, theme: toggle });
-  bindPrint(view, table);
+  bindPrint(view);
   dark.addEventListener("change", () => setTheme(dark.matches ? "dark" : "light", view));
   let width = 0;
   new ResizeObserver(([entry]) => {

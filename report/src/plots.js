@@ -21,8 +21,11 @@ function ratesOf(model, view, width, levelsOf) {
   const last = Math.min(Math.ceil(view.max / bucketMs) + 1, length);
   const times = [];
   for (let i = first; i < last; ++i) times.push((i + 0.5) * bucketMs);
+  // The last bucket is as long as there is log in it.
+  const rest = model.endMs - (length - 1) * bucketMs;
+  const msOf = (i) => (i === length - 1 ? Math.max(rest, bucketMs / 4) : bucketMs);
   const values = model.clients.map((client) =>
-    Array.from(levelsOf(client)[level].subarray(first, last), (value) => (1000 * value) / bucketMs));
+    Array.from(levelsOf(client)[level].subarray(first, last), (value, i) => (1000 * value) / msOf(first + i)));
   return [times, ...values];
 }
 

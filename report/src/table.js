@@ -105,11 +105,12 @@ export class RecordTable {
     this.scroller.setAttribute("aria-rowcount", String(this.found.length + 1));
   }
 
-  // `all`: as many as fit on paper.
-  draw(all = false) {
-    this.spacer.style.height = `${(all ? Math.min(this.found.length, PRINTED) : this.found.length) * ROW}px`;
-    const first = all ? 0 : Math.max(Math.floor(this.scroller.scrollTop / ROW) - SPARE, 0);
-    const last = all ? PRINTED : first + Math.ceil(this.scroller.clientHeight / ROW) + 2 * SPARE;
+  // What is seen, and a little more; on paper nothing scrolls.
+  draw() {
+    const onPaper = document.documentElement.classList.contains("printing");
+    this.spacer.style.height = `${(onPaper ? Math.min(this.found.length, PRINTED) : this.found.length) * ROW}px`;
+    const first = onPaper ? 0 : Math.max(Math.floor(this.scroller.scrollTop / ROW) - SPARE, 0);
+    const last = onPaper ? PRINTED : first + Math.ceil(this.scroller.clientHeight / ROW) + 2 * SPARE;
     this.rows.style.transform = `translateY(${first * ROW}px)`;
     const rows = this.found.slice(first, last).map((record, i) => this.row(record, first + i));
     if (this.found.length === 0) rows.push(element("p", { class: "empty" }, "No record fits."));
