@@ -126,6 +126,15 @@ function decodeFrame(record, bytes) {
   };
 }
 
+// Lines of a table have the names of its columns: pairs as in `fields`. Null: it is no such line.
+export function namedColumns(record, client) {
+  const names = client.columns;
+  const values = record.payload[0] === "t" ? record.payload.slice(1).split(",") : [];
+  const isWhole = record.payload.length - 1 === record.size;
+  if (names === null || !isWhole || values.length !== names.length) return null;
+  return names.map((name, i) => [printable(name), printable(values[i])]);
+}
+
 // What a search looks through; kept, since it is asked at every key.
 export function searchText(record) {
   if (record.text === null) {

@@ -15,31 +15,36 @@ export function expandRuns(runs, length) {
   return values;
 }
 
-// The same counts in wider and wider buckets, each twice as wide as those before.
-export function pyramid(finest) {
-  const levels = [finest];
-  while (levels.at(-1).length > 64) {
-    const below = levels.at(-1);
-    const level = new Float64Array(Math.ceil(below.length / 2));
-    below.forEach((value, i) => { level[i >> 1] += value; });
-    levels.push(level);
+// Counts over time in buckets, kept as sums from the start on: what lies between any two times
+// follows from two of them, so that every resolution is at hand.
+export class Sums {
+  // `endMs`: the time of the last record; the last bucket reaches up to it.
+  constructor(counts, bucketMs, endMs) {
+    Object.assign(this, { bucketMs, endMs });
+    this.sums = new Float64Array(counts.length + 1);
+    counts.forEach((value, i) => { this.sums[i + 1] = this.sums[i] + value; });
   }
-  return levels;
-}
 
-// The level whose buckets are as wide as `ms`, or the next narrower.
-export function levelFor(model, ms) {
-  const level = Math.floor(Math.log2(Math.max(ms / model.bucketMs, 1)));
-  return Math.min(level, model.levels - 1);
-}
+  // Up to a time; within a bucket as if it were evenly filled.
+  upTo(ms) {
+    if (ms <= 0) return 0;
+    if (ms >= this.endMs) return this.sums.at(-1);
+    const whole = Math.floor(ms / this.bucketMs);
+    const start = whole * this.bucketMs;
+    const share = (ms - start) / Math.min(this.bucketMs, this.endMs - start);
+    return this.sums[whole] + share * (this.sums[whole + 1] - this.sums[whole]);
+  }
 
-export const recordFields = { index: 0, at: 1, client: 2, dataId: 3, size: 4, payload: 5 };
+  between(from, to) {
+    return this.upTo(to) - this.upTo(from);
+  }
+}
 
 function makeRecord(row) {
   return { index: row[0], at: row[1], client: row[2], dataId: row[3], size: row[4], payload: row[5], text: null };
 }
 
-function makeClient(json, buckets) {
+function makeClient(json, sumsOf) {
   return {
     id: json.id,
     name: json.name === null ? `client ${json.id}` : printable(json.name),
@@ -51,13 +56,20 @@ function makeClient(json, buckets) {
     perSecond: json.per_second,
     dataIds: json.data_ids,
     silences: json.silences,
-    recordLevels: pyramid(expandRuns(json.record_runs, buckets)),
-    byteLevels: pyramid(expandRuns(json.byte_runs, buckets)),
+    recordSums: sumsOf(json.record_runs),
+    byteSums: sumsOf(json.byte_runs),
     track: json.track,
-    times: [],
+    carried: [],
     isRecorder: json.id === INFO_CLIENT,
     shown: true,
   };
+}
+
+// The names of columns, when the first record of a client is a line of such.
+function columnNames(record) {
+  const names = record?.payload[0] === "t" ? record.payload.slice(1).split(",") : [];
+  const isName = (text) => /^[^\d$!-][^$!]*$/.test(text.trim());
+  return names.length > 1 && names.every(isName) ? names : null;
 }
 
 function makeMark([kind, at, amount, index, offset]) {
@@ -66,7 +78,8 @@ function makeMark([kind, at, amount, index, offset]) {
 
 export function makeModel({ records, summary }) {
   const buckets = Math.floor(summary.end_ms / summary.bucket_ms) + 1;
-  const clients = summary.clients.map((json) => makeClient(json, buckets));
+  const sumsOf = (runs) => new Sums(expandRuns(runs, buckets), summary.bucket_ms, summary.end_ms);
+  const clients = summary.clients.map((json) => makeClient(json, sumsOf));
   clients.sort((a, b) => a.isRecorder - b.isRecorder);
   clients.forEach((client, i) => {
     client.colour = client.isRecorder ? "--client-recorder" : `--client-${i % COLOURS}`;
@@ -74,16 +87,17 @@ export function makeModel({ records, summary }) {
   const byId = new Map(clients.map((client) => [client.id, client]));
   const others = byId.get(null);
   const carried = records.map(makeRecord);
-  for (const record of carried) (byId.get(record.client) ?? others)?.times.push(record.at);
-  for (const client of clients) client.times.sort((a, b) => a - b);
+  for (const record of carried) (byId.get(record.client) ?? others)?.carried.push(record);
+  for (const client of clients) {
+    client.times = client.carried.map((record) => record.at).sort((a, b) => a - b);
+    client.columns = columnNames(client.carried[0]);
+  }
   const isWhole = carried.length === summary.records;
   return {
     summary,
     clients,
     clientOf: (id) => byId.get(id) ?? others,
     bucketMs: summary.bucket_ms,
-    buckets,
-    levels: clients[0]?.recordLevels.length ?? 1,
     endMs: summary.end_ms > 0 ? summary.end_ms : 1000,
     startUnixMs: summary.log.started * 1000,
     records: carried,
@@ -92,6 +106,6 @@ export function makeModel({ records, summary }) {
     exactUntilMs: isWhole ? Infinity : (carried.at(-1)?.at ?? -1),
     marks: summary.marks.list.map(makeMark),
     markCount: summary.marks.count,
-    markLevels: pyramid(expandRuns(summary.marks.runs, buckets)),
+    markSums: sumsOf(summary.marks.runs),
   };
 }

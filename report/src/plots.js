@@ -2,7 +2,6 @@
 import uPlot from "uplot";
 import { button, colour, element, section, UI_FONT } from "./dom.js";
 import { niceStep, rate, size, time, TIME_STEPS } from "./format.js";
-import { levelFor } from "./model.js";
 import { wheelZooms } from "./view.js";
 
 const HEIGHT = 200;
@@ -11,22 +10,17 @@ const PIXELS_PER_POINT = 3;
 const CALM_MS = 1000;
 const CLOSE_MS = 20000;
 
-// { times, values }: a second's worth of each bucket in the window, with one more at both ends.
-function ratesOf(model, view, width, levelsOf) {
-  const finest = (view.span / width) * PIXELS_PER_POINT;
-  const level = levelFor(model, view.span > CLOSE_MS ? Math.max(finest, 2 * CALM_MS - 1) : finest);
-  const bucketMs = model.bucketMs * 2 ** level;
-  const length = Math.ceil(model.buckets / 2 ** level);
-  const first = Math.max(Math.floor(view.min / bucketMs) - 1, 0);
-  const last = Math.min(Math.ceil(view.max / bucketMs) + 1, length);
-  const times = [];
-  for (let i = first; i < last; ++i) times.push((i + 0.5) * bucketMs);
-  // The last bucket is as long as there is log in it.
-  const rest = model.endMs - (length - 1) * bucketMs;
-  const msOf = (i) => (i === length - 1 ? Math.max(rest, bucketMs / 4) : bucketMs);
-  const values = model.clients.map((client) =>
-    Array.from(levelsOf(client)[level].subarray(first, last), (value, i) => (1000 * value) / msOf(first + i)));
-  return [times, ...values];
+// The times and each client's rate: of stretches between round times, one more at both ends.
+function ratesOf(model, view, width, sumsOf) {
+  const finest = Math.max((view.span / width) * PIXELS_PER_POINT, model.bucketMs);
+  const step = niceStep(view.span > CLOSE_MS ? Math.max(finest, CALM_MS) : finest);
+  const starts = [];
+  const end = Math.min(view.max + step, model.endMs);
+  for (let at = Math.max((Math.floor(view.min / step) - 1) * step, 0); at <= end; at += step) starts.push(at);
+  // The last stretch is as long as there is log in it.
+  const lengthOf = (at) => Math.max(Math.min(step, model.endMs - at), step / 4);
+  const rates = (sums) => starts.map((at) => (1000 * sums.between(at, at + step)) / lengthOf(at));
+  return [starts.map((at) => at + step / 2), ...model.clients.map((client) => rates(sumsOf(client)))];
 }
 
 function axis(values, room) {
@@ -170,12 +164,12 @@ export function ratePlots(model, view) {
   return [
     new Plot({
       id: "rate", title: "Records a second", unit: "of all data ids", view, series, controls: clientSwitches(model, view),
-      dataOf: (width) => ratesOf(model, view, width, (client) => client.recordLevels),
+      dataOf: (width) => ratesOf(model, view, width, (client) => client.recordSums),
       valueText: perSecond, axisText: rate,
     }),
     new Plot({
       id: "bytes", title: "Bytes a second", unit: "of payload", view, series, controls: clientSwitches(model, view),
-      dataOf: (width) => ratesOf(model, view, width, (client) => client.byteLevels),
+      dataOf: (width) => ratesOf(model, view, width, (client) => client.byteSums),
       valueText: (value) => `${size(Math.round(value))}/s`,
       axisText: (value) => size(Math.round(value)).replace(" bytes", " B"),
     }),

@@ -1,7 +1,7 @@
 // The records that the page carries: filtered, in the order of the log, drawn only where one looks.
 import { button, element, section } from "./dom.js";
 import { count, counted, time, wallClock } from "./format.js";
-import { decode, hexDump, hexOf, searchText } from "./decode.js";
+import { decode, hexDump, hexOf, namedColumns, searchText } from "./decode.js";
 
 const ROW = 28;
 const SPARE = 8;
@@ -162,6 +162,7 @@ export class RecordTable {
     }
     const decoded = decode(record);
     const client = this.model.clientOf(record.client);
+    const fields = (decoded.kind === "text" ? namedColumns(record, client) : null) ?? decoded.fields;
     const { payload_limit: limit } = this.model.summary;
     const facts = [["index", count(record.index)], ["time", time(record.at)], ["", wallClock(this.model.startUnixMs + record.at, true)],
       ["client", `${client.name} (${record.client})`], ["data id", String(record.dataId)], ["size", counted(record.size, "byte", "bytes")]];
@@ -169,7 +170,7 @@ export class RecordTable {
     this.detail.replaceChildren(
       element("h3", {}, element("span", { class: `tag ${decoded.kind}` }, decoded.label), ` record ${count(record.index)}`),
       list(facts),
-      decoded.fields.length > 0 ? list(decoded.fields) : element("p", { class: "decoded" }, decoded.text),
+      fields.length > 0 ? list(fields) : element("p", { class: "decoded" }, decoded.text),
       element("pre", { tabindex: "0", "aria-label": "Payload in hex" }, hexDump(record)),
       record.size > limit ? element("p", { class: "note" }, `The first ${count(limit)} of ${count(record.size)} bytes.`) : "",
       button("Show it in the timeline", () => this.zoomTo(record), { class: "screen-only" }));

@@ -1,7 +1,7 @@
 // One lane a client over the shared window of time: the more records, the stronger the colour.
 import { colour, element, fitCanvas, section, button, UI_FONT } from "./dom.js";
 import { count, niceStep, span, time } from "./format.js";
-import { columnsOf, spread } from "./columns.js";
+import { columnsOf, sumColumns } from "./columns.js";
 import { describeMark, markColour, markTimes } from "./marks.js";
 import { wheelZooms } from "./view.js";
 
@@ -212,8 +212,7 @@ export class Timeline {
     const { context, model, view } = this;
     const bottom = this.height - AXIS;
     if (model.markCount > model.marks.length) {
-      const columns = new Float64Array(this.width);
-      spread(model.markLevels, model, view, columns);
+      const columns = sumColumns(model.markSums, view, this.width);
       context.fillStyle = colour("--bad");
       columns.forEach((value, x) => { if (value > 0) context.fillRect(x, MARK_ROW - 6, 1, 4); });
     }

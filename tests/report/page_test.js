@@ -213,6 +213,9 @@ describe("The report of three drives", () => {
     const row = (await page.textContent('[data-at="0"] .payload')).replaceAll(" ", "");
     assert.equal(row, first.payload);
     await page.click(".switch >> text=Decoded");
+    await page.selectOption("#filter-client", { label: "IMU" });
+    await page.click('[data-at="1"]');
+    assert.match(await page.textContent(".detail"), /rollrate2\.713pitchrate0\.5565yawrate-18\.713/);
     await page.selectOption("#filter-client", { label: "Info Client" });
     assert.match(await page.textContent('[data-at="0"]'), /dictionary.*CAN = \d+, GPS = \d+, IMU = \d+/);
   });
