@@ -10,17 +10,17 @@ const PIXELS_PER_POINT = 3;
 const CALM_MS = 1000;
 const CLOSE_MS = 20000;
 
-// The times and each client's rate: of stretches between round times, one more at both ends.
+// The times and each client's rate: of stretches between round times, one more at both ends. A
+// stretch is as exact as the buckets are, and one that the log does not fill is left out.
 function ratesOf(model, view, width, sumsOf) {
   const finest = Math.max((view.span / width) * PIXELS_PER_POINT, model.bucketMs);
   const step = niceStep(view.span > CLOSE_MS ? Math.max(finest, CALM_MS) : finest);
+  const edge = (at) => Math.floor(at / model.bucketMs) * model.bucketMs;
+  const last = Math.min(view.max + step, Math.max(model.endMs - step, 0));
   const starts = [];
-  const end = Math.min(view.max + step, model.endMs);
-  for (let at = Math.max((Math.floor(view.min / step) - 1) * step, 0); at <= end; at += step) starts.push(at);
-  // The last stretch is as long as there is log in it.
-  const lengthOf = (at) => Math.max(Math.min(step, model.endMs - at), step / 4);
-  const rates = (sums) => starts.map((at) => (1000 * sums.between(at, at + step)) / lengthOf(at));
-  return [starts.map((at) => at + step / 2), ...model.clients.map((client) => rates(sumsOf(client)))];
+  for (let at = Math.max((Math.floor(view.min / step) - 1) * step, 0); at <= last; at += step) starts.push(at);
+  const rateAt = (sums, at) => (1000 * sums.between(edge(at), edge(at + step))) / (edge(at + step) - edge(at));
+  return [starts.map((at) => at + step / 2), ...model.clients.map((client) => starts.map((at) => rateAt(sumsOf(client), at)))];
 }
 
 function axis(values, room) {
