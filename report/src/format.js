@@ -63,5 +63,8 @@ export const hex = (value, digits = 2) => value.toString(16).toUpperCase().padSt
 export const TIME_STEPS = [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 15000, 30000, 60000, 120000,
   300000, 600000, 900000, 1800000, 3600000, 7200000, 14400000, 43200000, 86400000, 864000000];
 
-// The first of them that is not below `least`.
-export const niceStep = (least) => TIME_STEPS.find((step) => step >= least) ?? TIME_STEPS.at(-1);
+// The first of them that is not below `least`; beyond them, so many of the last.
+export function niceStep(least) {
+  const last = TIME_STEPS.at(-1);
+  return TIME_STEPS.find((step) => step >= least) ?? Math.ceil(least / last) * last;
+}

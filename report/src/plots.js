@@ -79,7 +79,7 @@ export class Plot {
       },
       axes: [
         { ...axis((_, splits) => splits.map((ms) => time(ms, niceStep((view.span / width) * 90))), 30),
-          space: 90, incrs: TIME_STEPS },
+          space: 90, incrs: () => [...TIME_STEPS, niceStep((view.span / width) * 90)] },
         axis((_, splits) => splits.map((value) => this.axisText(value)), 58),
       ],
       series: [{}, ...this.series.map(({ colour: name, isFilled }) => ({

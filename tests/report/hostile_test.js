@@ -102,6 +102,16 @@ describe("A report of hostile and damaged logs", () => {
     await context.close();
   });
 
+  test("draws a log whose clock leaps for a million years", async () => {
+    const log = new LogBuilder();
+    for (let i = 0; i < 20000; ++i) log.record(21, 1, (i * 0x7fffffff) % 2 ** 32, "x");
+    const opened = await report("leaps.klog", log.build(), 0);
+    assert.match(await opened.page.textContent("#marks"), /The first 500 of 19,999/);
+    for (const key of ["+", "ArrowRight", "-", "0"]) await opened.page.keyboard.press(key);
+    assertQuiet(opened);
+    await opened.context.close();
+  });
+
   test("shows a log without any record", async () => {
     const opened = await report("empty.klog", new LogBuilder().build(), 0);
     assert.match(await opened.page.textContent("#records"), /No record fits/);

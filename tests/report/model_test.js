@@ -55,6 +55,7 @@ describe("The model of the report", () => {
     assert.equal(size(1), "1 byte");
     assert.equal(size(1250000), "1.3 MB");
     assert.equal(niceStep(11), 20);
+    assert.ok(niceStep(1e16) >= 1e16);
     assert.equal(printable("a\u202eb\u0000\u00e4"), "a\\u202eb\\u0000\u00e4");
   });
 });
