@@ -102,7 +102,7 @@ describe("A report of hostile and damaged logs", () => {
     await context.close();
   });
 
-  test("draws a log whose clock leaps for a million years", async () => {
+  test("draws a log whose clock leaps over a thousand years", async () => {
     const log = new LogBuilder();
     for (let i = 0; i < 20000; ++i) log.record(21, 1, (i * 0x7fffffff) % 2 ** 32, "x");
     const opened = await report("leaps.klog", log.build(), 0);
