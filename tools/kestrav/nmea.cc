@@ -1,8 +1,7 @@
-#include <algorithm>
 #include <array>
-#include <charconv>
 #include <chrono>
 
+#include "nmea_sentence.h"
 #include "trace_parser.h"
 
 // Sentences of satellite receivers: `$GNRMC,021417.00,A,...*4A`.
@@ -29,34 +28,6 @@ constexpr std::array<SentenceType, 10> kTypes = {{{"RMC", 1},
                                                   {"GNS", 9},
                                                   {"TXT", 10}}};
 
-enum class Checksum { kNone, kRight, kWrong };
-
-// `body`: what is between the first character and the `*`.
-Checksum CheckSentence(std::string_view line, std::string_view& body) {
-  const std::size_t star = line.find('*');
-  body = line.substr(1, star == std::string_view::npos ? star : star - 1);
-  if (star == std::string_view::npos) return Checksum::kNone;
-  const std::string_view digits = line.substr(star + 1);
-  unsigned stated = 0;
-  const char* const end = digits.data() + digits.size();
-  const auto [stop, error] = std::from_chars(digits.data(), end, stated, 16);
-  if (digits.size() != 2 || error != std::errc() || stop != end) return Checksum::kWrong;
-  unsigned sum = 0;
-  for (const char c : body) sum ^= static_cast<unsigned char>(c);
-  return sum == stated ? Checksum::kRight : Checksum::kWrong;
-}
-
-// Talker and type, such as GNRMC, of a line that is a sentence; empty when it is none.
-std::string_view Address(std::string_view line) {
-  constexpr std::size_t kShortest = 4;
-  if (line.empty() || (line[0] != '$' && line[0] != '!')) return {};
-  const std::string_view address = line.substr(1, line.find_first_of(",*") - 1);
-  const auto fits = [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); };
-  const bool good =
-      address.size() >= kShortest && std::all_of(address.begin(), address.end(), fits);
-  return good ? address : std::string_view();
-}
-
 std::uint16_t DataId(std::string_view address) {
   if (address[0] == 'P') return kProprietaryDataId;
   const std::string_view type = address.substr(address.size() - 3);
@@ -64,15 +35,6 @@ std::uint16_t DataId(std::string_view address) {
     if (type == known.name) return known.data_id;
   }
   return kOtherDataId;
-}
-
-std::string_view Field(std::string_view body, std::size_t number) {
-  for (; number > 0; --number) {
-    const std::size_t comma = body.find(',');
-    if (comma == std::string_view::npos) return {};
-    body.remove_prefix(comma + 1);
-  }
-  return body.substr(0, body.find(','));
 }
 
 // hhmmss or hhmmss.sss
@@ -149,11 +111,11 @@ class NmeaParser final : public TraceParser {
   ParsedLine Parse(std::string_view line) override {
     ParsedLine parsed;
     parsed.payload = line;
-    const std::string_view address = Address(line);
+    const std::string_view address = SentenceAddress(line);
     if (address.empty()) return parsed;
     parsed.data_id = DataId(address);
     std::string_view body;
-    parsed.wrong_checksum = CheckSentence(line, body) == Checksum::kWrong;
+    parsed.wrong_checksum = CheckSentence(line, body) == SentenceChecksum::kWrong;
     // A damaged time could lie years ahead.
     if (!parsed.wrong_checksum) parsed.time_ms = ReadTime(parsed.data_id, body);
     return parsed;
@@ -168,9 +130,10 @@ class NmeaParser final : public TraceParser {
     std::int64_t time_of_day = 0;
     std::int64_t day = 0;
     if (data_id != kRmc && data_id != kGga) return std::nullopt;
-    if (!ReadTimeOfDay(Field(body, 1), time_of_day)) return std::nullopt;
+    if (!ReadTimeOfDay(SentenceField(body, 1), time_of_day)) return std::nullopt;
     // Before its first fix (status V) a receiver may state any date.
-    const bool dated = data_id == kRmc && Field(body, 2) != "V" && ReadDate(Field(body, 9), day);
+    const bool dated =
+        data_id == kRmc && SentenceField(body, 2) != "V" && ReadDate(SentenceField(body, 9), day);
     return dated ? calendar_.TimeWithDate(time_of_day, day)
                  : calendar_.TimeWithoutDate(time_of_day);
   }

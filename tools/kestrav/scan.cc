@@ -2,14 +2,11 @@
 
 #include <algorithm>
 
-#include "log_walk.h"
 #include "progress.h"
 #include "text.h"
 
 namespace kestrav::tool {
-namespace {
-
-void Count(ClientStatistics& client, const BinaryLogRecordHeader& header) {
+void CountRecord(ClientStatistics& client, const BinaryLogRecordHeader& header) {
   if (client.records == 0) {
     client.first_time_stamp = header.time_stamp;
   } else {
@@ -30,12 +27,32 @@ void CountDamage(Damage& damage, const LogWalk& walk, std::uint64_t expected_ind
   if (index < expected_index) ++damage.misplaced_records;
 }
 
-}  // namespace
-
 double ClientStatistics::RecordsPerSecond() const {
   const std::uint32_t ms = last_time_stamp - first_time_stamp;
   if (records < 2 || ms == 0) return 0;
   return 1000.0 * static_cast<double>(records - 1) / ms;
+}
+
+void CountEnd(Damage& damage, const LogFile& log, const LogWalk& walk) {
+  damage.trailing_bytes = log.Size() - walk.End();
+  const std::uint64_t stated_size = log.Header().stream_length;
+  if (stated_size > log.Size()) damage.cut_bytes = stated_size - log.Size();
+}
+
+std::string LossText(const Damage& damage) {
+  std::string text;
+  const auto say = [&](std::uint64_t count, const std::string& what) {
+    if (count > 0) text += (text.empty() ? "" : ", ") + what;
+  };
+  say(damage.skipped_bytes, Counted(damage.skipped_bytes, "byte", "bytes") + " skipped in " +
+                                Counted(damage.places, "place", "places"));
+  say(damage.missing_records, Counted(damage.missing_records, "record", "records") + " missing");
+  say(damage.misplaced_records,
+      Counted(damage.misplaced_records, "record", "records") + " out of order");
+  say(damage.trailing_bytes,
+      Counted(damage.trailing_bytes, "byte", "bytes") + " behind the last record");
+  say(damage.cut_bytes, Counted(damage.cut_bytes, "byte", "bytes") + " cut off at the end");
+  return text;
 }
 
 ScanResult Scan(LogFile& log) {
@@ -48,7 +65,7 @@ ScanResult Scan(LogFile& log) {
     const BinaryLogRecordHeader& header = walk.Header();
     CountDamage(result.damage, walk, expected_index);
     expected_index = std::uint64_t{header.record_index} + 1;
-    Count(result.clients[header.client_id], header);
+    CountRecord(result.clients[header.client_id], header);
     if (result.names.IsEmpty()) {
       ReadNames(header.client_id, header.data_id, walk.Payload(), result.names);
     }
@@ -59,9 +76,7 @@ ScanResult Scan(LogFile& log) {
     }
   }
   log.CheckReads();
-  result.damage.trailing_bytes = log.Size() - walk.End();
-  const std::uint64_t stated_size = log.Header().stream_length;
-  if (stated_size > log.Size()) result.damage.cut_bytes = stated_size - log.Size();
+  CountEnd(result.damage, log, walk);
   return result;
 }
 

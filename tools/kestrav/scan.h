@@ -3,8 +3,10 @@
 
 #include <cstdint>
 #include <map>
+#include <string>
 
 #include "log_file.h"
+#include "log_walk.h"
 
 namespace kestrav::tool {
 
@@ -38,6 +40,16 @@ struct ScanResult {
   ClientNames names;  // from the first dictionary there is
   Damage damage;
 };
+
+// The steps of a scan, for walks that do more than that.
+void CountRecord(ClientStatistics& client, const BinaryLogRecordHeader& header);
+// Compares the record that `walk` stands on with the index that is due.
+void CountDamage(Damage& damage, const LogWalk& walk, std::uint64_t expected_index);
+// What is lost at the end; the walk is over.
+void CountEnd(Damage& damage, const LogFile& log, const LogWalk& walk);
+
+// "12 bytes skipped in 1 place, 1 record missing"; empty when nothing is lost.
+std::string LossText(const Damage& damage);
 
 // Walks all records of `log`. Throws `Failure` when the file cannot be read.
 ScanResult Scan(LogFile& log);

@@ -1,6 +1,6 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover"
+_kestrav_commands="import record info cat play repair check recover report"
 
 _kestrav_options() {
   case $1 in
@@ -14,6 +14,7 @@ _kestrav_options() {
     repair) echo "--help --dry-run" ;;
     check) echo "--help --json" ;;
     recover) echo "--help --output --json" ;;
+    report) echo "--help --output --client --from --to --records" ;;
     *) echo "--help --version" ;;
   esac
 }
@@ -26,6 +27,7 @@ _kestrav_values() {
     play:--speed) echo "1 2 4 10" ;;
     play:--mode) echo "normal polling pass-through" ;;
     *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
+    report:--records) echo "-" ;;
   esac
 }
 
@@ -81,6 +83,8 @@ _kestrav_complete() {
   values=$(_kestrav_values "$command" "$before")
   if [[ -n $values ]]; then
     [[ $values == - ]] || mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")
+  elif [[ $command:$before == report:--output ]]; then
+    _kestrav_files "$word" .html
   elif [[ $before == --output ]]; then
     _kestrav_files "$word" .klog
   elif [[ $word == -* ]]; then
