@@ -1,19 +1,20 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover"
+_kestrav_commands="import record info cat play repair check recover export"
 
 _kestrav_options() {
   case $1 in
     import) echo "--help --output --plain --limit --time-column" ;;
     record) echo "--help --output --plain --sync --reserve" ;;
     info) echo "--help --json --scan" ;;
-    cat) echo "--help --client --from --to --format" ;;
+    cat) echo "--help --client --from --to --format --follow" ;;
     play)
       echo "--help --client --speed --from --history --rewind --format --unpaced --virtual --mode"
       ;;
     repair) echo "--help --dry-run" ;;
     check) echo "--help --json" ;;
     recover) echo "--help --output --json" ;;
+    export) echo "--help --to --output --client --from --until --per-client --interface" ;;
     *) echo "--help --version" ;;
   esac
 }
@@ -22,10 +23,11 @@ _kestrav_options() {
 _kestrav_values() {
   case $1:$2 in
     cat:--format) echo "text jsonl raw" ;;
+    export:--to) echo "jsonl csv candump nmea pcapng mcap" ;;
     play:--format) echo "text jsonl" ;;
     play:--speed) echo "1 2 4 10" ;;
     play:--mode) echo "normal polling pass-through" ;;
-    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
+    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--until | *:--interface | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
   esac
 }
 
@@ -81,6 +83,9 @@ _kestrav_complete() {
   values=$(_kestrav_values "$command" "$before")
   if [[ -n $values ]]; then
     [[ $values == - ]] || mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")
+  elif [[ $command == export && $before == --output ]]; then
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$word")
   elif [[ $before == --output ]]; then
     _kestrav_files "$word" .klog
   elif [[ $word == -* ]]; then
