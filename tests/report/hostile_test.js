@@ -89,7 +89,7 @@ describe("A report of hostile and damaged logs", () => {
     log.record(21, 1, 3100, "gap").record(21, 1, 2500, "back").record(21, 1, 90000, "ahead").raw(Buffer.alloc(9));
     const opened = await report("damaged.klog", log.build(), 3);
     const { page, context } = opened;
-    assert.match(await page.textContent("#summary"), /Damaged.*27 bytes skipped in 1 place, 8 records missing, 9 bytes behind/);
+    assert.match(await page.textContent("#summary"), /Damaged.*27 bytes damaged in 1 place, 8 records missing, 9 bytes behind/);
     const marks = await page.locator("#marks tbody tr").allTextContents();
     for (const wanted of [/2\.000damage27 bytes skipped/, /2\.000missing1 record missing/, /2\.100missing7 records missing/,
       /1\.500time goes backby 600 ms/, /1:29\.000time jumps aheadby 1:27/, /damaged end9 bytes lost/]) {

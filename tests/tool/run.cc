@@ -115,6 +115,12 @@ Result RunTool(const Arguments& arguments, std::string_view input) {
   return RunCommand(WithTool({}, arguments), input);
 }
 
+Result RunProgram(const Arguments& command, std::string_view input) {
+  Arguments found = {"/usr/bin/env", "--"};
+  found.insert(found.end(), command.begin(), command.end());
+  return RunCommand(found, input);
+}
+
 Result RunWithFileLimit(int blocks, const Arguments& arguments, std::string_view input) {
   const std::string script = "ulimit -f " + std::to_string(blocks) + " && exec \"$@\"";
   return RunCommand(WithTool({"/bin/sh", "-c", script, "sh"}, arguments), input);

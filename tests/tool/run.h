@@ -41,7 +41,9 @@ using Arguments = std::vector<std::string>;
 
 // Runs the tool as a user would, with `input` as its standard input.
 Result RunTool(const Arguments& arguments, std::string_view input = "");
-// The same below a limit of 512-byte blocks for every file that is written.
+// Runs another program, found by its name, in the same way.
+Result RunProgram(const Arguments& command, std::string_view input = "");
+// Runs the tool below a limit of 512-byte blocks for every file that is written.
 Result RunWithFileLimit(int blocks, const Arguments& arguments, std::string_view input = "");
 
 // A run of the tool that goes on while the test does.

@@ -8,7 +8,8 @@ namespace kestrav::test {
 namespace {
 
 TEST(Usage, EverySubcommandHelps) {
-  for (const std::string command : {"import", "record", "info", "cat", "play", "repair"}) {
+  for (const std::string command :
+       {"import", "record", "info", "cat", "play", "repair", "export"}) {
     const Result result = RunTool({command, "--help"});
     EXPECT_EQ(result.code, 0);
     EXPECT_THAT(result.out, ::testing::HasSubstr("Usage: kestrav " + command));
@@ -30,13 +31,13 @@ TEST(Usage, VersionIsTold) {
 }
 
 TEST(Usage, WhatIsNoSubcommandIsRefusedInOneLine) {
-  for (const Arguments& arguments : {Arguments{}, {"export"}, {"--frobnicate"}, {""}}) {
+  for (const Arguments& arguments : {Arguments{}, {"convert"}, {"--frobnicate"}, {""}}) {
     const Result result = RunTool(arguments);
     EXPECT_EQ(result.code, 2);
     EXPECT_EQ(result.out, "");
     EXPECT_EQ(Lines(result.err).size(), 1U) << result.err;
   }
-  EXPECT_EQ(RunTool({"export"}).err, "kestrav: no subcommand 'export'; see kestrav --help\n");
+  EXPECT_EQ(RunTool({"convert"}).err, "kestrav: no subcommand 'convert'; see kestrav --help\n");
 }
 
 }  // namespace

@@ -1,23 +1,14 @@
 #include <algorithm>
 #include <charconv>
 
+#include "can_frame.h"
 #include "kestrav/host/memory/byte_order.h"
 #include "trace_parser.h"
 
-// The log format of candump: `(1611136682.761619) can0 200#02020221022EC000`. The payload is the
-// frame as the Linux kernel hands it out: id with flags, length, three zero bytes, eight data
-// bytes.
+// The log format of candump: `(1611136682.761619) can0 200#02020221022EC000`.
 
 namespace kestrav::tool {
 namespace {
-
-constexpr std::size_t kFrameSize = 16;
-constexpr std::size_t kLongestData = 8;
-constexpr std::uint32_t kExtendedFlag = 0x80000000;
-constexpr std::uint32_t kRemoteFlag = 0x40000000;
-constexpr std::uint32_t kErrorFlag = 0x20000000;
-constexpr std::uint32_t kStandardIds = 0x7FF;
-constexpr std::uint32_t kExtendedIds = 0x1FFFFFFF;
 
 bool ReadHex(std::string_view text, std::uint32_t& value) {
   const char* const end = text.data() + text.size();
@@ -50,11 +41,11 @@ bool ReadTime(std::string_view text, std::int64_t& time_ms) {
 
 bool ReadId(std::string_view text, std::uint32_t& id) {
   if (!ReadHex(text, id)) return false;
-  if (text.size() == 3) return id <= kStandardIds;
+  if (text.size() == 3) return id <= kCanStandardIds;
   if (text.size() != 8) return false;
-  if ((id & kErrorFlag) != 0) return (id & ~(kErrorFlag | kExtendedIds)) == 0;
-  if (id > kExtendedIds) return false;
-  id |= kExtendedFlag;
+  if ((id & kCanErrorFlag) != 0) return (id & ~(kCanErrorFlag | kCanExtendedIds)) == 0;
+  if (id > kCanExtendedIds) return false;
+  id |= kCanExtendedFlag;
   return true;
 }
 
@@ -66,7 +57,7 @@ bool ReadRemoteLength(std::string_view text, std::uint8_t& length) {
 }
 
 bool ReadData(std::string_view text, std::uint8_t* data, std::uint8_t& length) {
-  if (text.size() % 2 != 0 || text.size() > 2 * kLongestData) return false;
+  if (text.size() % 2 != 0 || text.size() > 2 * kCanLongestData) return false;
   for (std::size_t i = 0; i < text.size() / 2; ++i) {
     std::uint32_t byte = 0;
     if (!ReadHex(text.substr(2 * i, 2), byte)) return false;
@@ -82,9 +73,9 @@ bool ReadFrame(std::string_view text, std::uint8_t* frame) {
   if (!TakeUpTo(text, '#', id_text) || !ReadId(id_text, id)) return false;
   std::uint8_t& length = frame[4];
   if (!text.empty() && text[0] == 'R') {
-    id |= kRemoteFlag;
+    id |= kCanRemoteFlag;
     if (!ReadRemoteLength(text.substr(1), length)) return false;
-  } else if (!ReadData(text, frame + 8, length)) {
+  } else if (!ReadData(text, frame + kCanDataOffset, length)) {
     return false;
   }
   Memory::PutLittleEndian(frame, id);
@@ -97,14 +88,14 @@ class CandumpParser final : public TraceParser {
     constexpr std::uint16_t kFrameDataId = 1;
     ParsedLine parsed;
     std::int64_t time_ms = 0;
-    std::uint8_t frame[kFrameSize] = {};
+    std::uint8_t frame[kCanFrameSize] = {};
     if (!ReadLine(line, time_ms, frame)) {
       parsed.payload = line;
       return parsed;
     }
     parsed.data_id = kFrameDataId;
     parsed.time_ms = time_ms;
-    parsed.payload.assign(reinterpret_cast<const char*>(frame), kFrameSize);
+    parsed.payload.assign(reinterpret_cast<const char*>(frame), kCanFrameSize);
     is_unix_time_ = is_unix_time_ || IsUnixTime(time_ms);
     return parsed;
   }

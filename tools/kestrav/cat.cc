@@ -2,20 +2,20 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
-#include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "commands.h"
+#include "growing_log.h"
 #include "log_file.h"
 #include "log_walk.h"
 #include "output.h"
 #include "payload_text.h"
 #include "progress.h"
 #include "record_filter.h"
+#include "record_json.h"
 #include "text.h"
 
 namespace kestrav::tool {
@@ -25,6 +25,7 @@ struct CatOptions {
   std::string log;
   RecordFilter::Options filter;
   std::string format = "text";
+  bool follow = false;
 };
 
 class Printer {
@@ -42,35 +43,16 @@ class RawPrinter final : public Printer {
 
 class JsonLinesPrinter final : public Printer {
  public:
-  explicit JsonLinesPrinter(const ClientNames& names) : names_(names) {}
+  explicit JsonLinesPrinter(const ClientNames& names) : json_(names) {}
 
   void Print(std::string& out, std::uint64_t index, const LogMessage& message) override {
-    out += "{\"index\":" + std::to_string(index);
-    out += ",\"client_id\":" + std::to_string(message.GetClientID());
-    out += ",\"client\":" + JsonName(message.GetClientID());
-    out += ",\"data_id\":" + std::to_string(message.GetDataID());
-    out += ",\"time_ms\":" + std::to_string(message.time_stamp);
-    out += ",\"size\":" + std::to_string(message.GetDataSize());
-    out += ",\"payload\":\"";
-    AppendHex(out, message.GetDataPointer(), message.GetDataSize());
-    out += "\"}\n";
+    json_.AppendOpen(out, {index, message.GetClientID(), message.GetDataID(), message.time_stamp,
+                           Payload(message)});
+    out += "}\n";
   }
 
  private:
-  // Made once a client: the other values need no care.
-  const std::string& JsonName(std::uint16_t id) {
-    std::string& text = json_names_[id];
-    if (text.empty()) {
-      const std::string* const name = names_.Find(id);
-      nlohmann::json value;
-      if (name != nullptr) value = *name;
-      text = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    }
-    return text;
-  }
-
-  const ClientNames& names_;
-  std::map<std::uint16_t, std::string> json_names_;
+  RecordJson json_;
 };
 
 class TextPrinter final : public Printer {
@@ -139,6 +121,86 @@ ExitCode Cat(const CatOptions& options) {
   return result == kNotEnoughData ? kDone : kLost;
 }
 
+// Prints what is there, and what comes, until the log is finished or nobody wants more.
+class Follower {
+ public:
+  explicit Follower(const CatOptions& options) : options_(options) {}
+
+  ExitCode Run() {
+    if (GrowingLog::WaitForHeader(options_.log, interrupts_) != State::kGrowing) return kDone;
+    GrowingLog log(options_.log, interrupts_);
+    State state = FindClients(log);
+    if (state == State::kGrowing || state == State::kFinished) {
+      const RecordFilter filter(options_.filter, log.File(), names_);
+      printer_ = MakePrinter(options_.format, log.File(), names_);
+      do {
+        state = PrintNew(log, filter);
+        if (state == State::kGrowing) state = log.Wait();
+      } while (state == State::kGrowing);
+    }
+    return End(log, state);
+  }
+
+ private:
+  using State = GrowingLog::State;
+
+  // The log may not have its dictionary yet, and without it no name means anything.
+  State FindClients(GrowingLog& log) {
+    names_ = FindNames(options_.log);
+    State state = State::kGrowing;
+    while (names_.IsEmpty() && options_.filter.HasNames() && state == State::kGrowing) {
+      state = log.Wait();
+      if (state == State::kGrowing) names_ = FindNames(options_.log);
+    }
+    return state;
+  }
+
+  State PrintNew(GrowingLog& log, const RecordFilter& filter) {
+    constexpr std::uint64_t kRecordsBetweenLooks = 1024;
+    while (log.Next()) {
+      const BinaryLogRecordHeader& header = log.Walk().Header();
+      const Memory::MemBlock& payload = log.Walk().Payload();
+      if (names_.IsEmpty() && ReadNames(header.client_id, header.data_id, payload, names_)) {
+        printer_ = MakePrinter(options_.format, log.File(), names_);
+      }
+      if (filter.Matches(header.client_id, header.time_stamp)) {
+        if (!message_.Assign(header.client_id, header.data_id, payload.Data(), payload.Size(),
+                             header.time_stamp)) {
+          throw Failure("out of memory");
+        }
+        printer_->Print(output_.Text(), index_, message_);
+      }
+      ++index_;
+      if (!output_.Continue()) return State::kReaderGone;
+      if (index_ % kRecordsBetweenLooks == 0 &&
+          interrupts_.Wait(0) == Interrupts::Event::kInterrupt) {
+        return State::kInterrupted;
+      }
+    }
+    return output_.Flush() ? State::kGrowing : State::kReaderGone;
+  }
+
+  ExitCode End(const GrowingLog& log, State state) {
+    output_.Flush();
+    if (state == State::kTruncated) {
+      throw Failure(options_.log + ": was truncated while it was read", kLost);
+    }
+    if (state == State::kReplaced) {
+      std::fprintf(stderr, "kestrav: cat: %s: is another file now, or none\n",
+                   OneLine(options_.log).c_str());
+    }
+    return state != State::kFinished || log.IsAllRead() ? kDone : kLost;
+  }
+
+  const CatOptions& options_;
+  const Interrupts interrupts_;
+  ClientNames names_;
+  std::unique_ptr<Printer> printer_;
+  Output output_;
+  LogMessage message_;
+  std::uint64_t index_ = 0;
+};
+
 }  // namespace
 
 void AddCat(CLI::App& app, ExitCode& exit_code) {
@@ -149,12 +211,16 @@ void AddCat(CLI::App& app, ExitCode& exit_code) {
   command->add_option("--format", options->format, "text (the default), jsonl or raw")
       ->check(CLI::IsMember({"text", "jsonl", "raw"}))
       ->type_name("FORMAT");
+  command->add_flag("--follow", options->follow, "Go on as the log grows, until it is finished");
   command->footer(
       "text   time in seconds, client, data id and payload, for people\n"
       "jsonl  one object a line: index, client_id, client, data_id, time_ms, size, payload (hex)\n"
       "raw    the payloads, each followed by a line feed\n"
-      "Damaged records are left out. Exit code 3: the log ends in damage.");
-  command->callback([options, &exit_code] { exit_code = Cat(*options); });
+      "Damaged records are left out. Exit code 3: the log ends in damage.\n"
+      "--follow waits for the rest of a cut record, and ends with code 0 when it is interrupted.");
+  command->callback([options, &exit_code] {
+    exit_code = options->follow ? Follower(*options).Run() : Cat(*options);
+  });
 }
 
 }  // namespace kestrav::tool

@@ -18,6 +18,7 @@ void AddRepair(CLI::App& app, ExitCode& exit_code);
 void AddCheck(CLI::App& app, ExitCode& exit_code);
 void AddRecover(CLI::App& app, ExitCode& exit_code);
 void AddReport(CLI::App& app, ExitCode& exit_code);
+void AddExport(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace kestrav::tool
 

@@ -11,8 +11,6 @@
 namespace kestrav::tool {
 namespace {
 
-constexpr std::uint16_t kHeaderDataId = 1;
-constexpr std::uint16_t kSampleDataId = 2;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 std::string_view Trim(std::string_view text) {
@@ -61,13 +59,13 @@ class CsvParser final : public TraceParser {
     if (columns_ == 0) {
       if (line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
       ReadHeader(line);
-      parsed.data_id = kHeaderDataId;
+      parsed.data_id = kCsvHeaderDataId;
       return parsed;
     }
     Split(line, fields_);
     std::int64_t time_ms = 0;
     if (fields_.size() < columns_ || !ReadWholeMs(fields_[time_at_], time_ms)) return parsed;
-    parsed.data_id = kSampleDataId;
+    parsed.data_id = kCsvSampleDataId;
     parsed.time_ms = time_ms;
     is_unix_time_ = is_unix_time_ || IsUnixTime(time_ms);
     return parsed;

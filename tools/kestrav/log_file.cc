@@ -17,12 +17,16 @@ String WidePath(const std::string& path) {
   return wide;
 }
 
-LogFile::LogFile(const std::string& path)
-    : path_(path), stream_(std::make_shared<Io::BufferedFileInputStream>()) {
-  if (!stream_->Open(WidePath(path))) {
-    const bool special = stream_->Error() == EINVAL;
-    throw Failure(path + ": " + (special ? "not a regular file" : ErrorText(stream_->Error())));
+SmartPtr::Ptr<LogFile::Stream> LogFile::OpenStream() const {
+  auto stream = std::make_shared<Stream>();
+  if (!stream->Open(WidePath(path_))) {
+    const bool special = stream->Error() == EINVAL;
+    throw Failure(path_ + ": " + (special ? "not a regular file" : ErrorText(stream->Error())));
   }
+  return stream;
+}
+
+LogFile::LogFile(const std::string& path) : path_(path), stream_(OpenStream()) {
   std::error_code error;
   size_ = std::filesystem::file_size(path, error);
   decoder_.SetInputStream(stream_);
@@ -31,8 +35,20 @@ LogFile::LogFile(const std::string& path)
   if (!is_log) throw Failure(path + ": not a log");
 }
 
+bool LogFile::Reopen(BinaryLogStreamHeader& header) {
+  const SmartPtr::Ptr<Stream> stream = OpenStream();
+  const std::uint64_t size = stream->Remaining();
+  if (!header.ReadData(stream) || !stream->Seek(decoder_.Getoffset())) return false;
+  size_ = size;
+  stream_ = stream;
+  decoder_.SetInputStream(stream_);
+  return true;
+}
+
+std::string LogFile::ReadErrorText() const { return path_ + ": " + ErrorText(stream_->Error()); }
+
 void LogFile::CheckReads() const {
-  if (stream_->Error() != 0) throw Failure(path_ + ": " + ErrorText(stream_->Error()));
+  if (HasReadError()) throw Failure(ReadErrorText());
 }
 
 ClientNames::ClientNames(const Dictionary& dictionary) {

@@ -32,13 +32,25 @@ class LogFile {
     return time_stamp - Header().start_clock;
   }
 
+  // Opens the file anew, with what was written to it since; the decoder stays where it stands and
+  // keeps its header, `header` is what the file has now. false: the file does not reach there any
+  // more, or is no log, and nothing changed. Throws `Failure` when it cannot be opened.
+  [[nodiscard]] bool Reopen(BinaryLogStreamHeader& header);
+
+  // Whether the file could not be read, and how `CheckReads` says it.
+  bool HasReadError() const { return stream_->Error() != 0; }
+  std::string ReadErrorText() const;
   // Throws `Failure` when the file could not be read: what looked like damage may be none.
   void CheckReads() const;
 
  private:
+  using Stream = Io::BufferedFileInputStream;
+
+  SmartPtr::Ptr<Stream> OpenStream() const;
+
   const std::string path_;
   std::uint64_t size_ = 0;
-  SmartPtr::Ptr<Io::BufferedFileInputStream> stream_;
+  SmartPtr::Ptr<Stream> stream_;
   BinaryDecoder decoder_;
 };
 

@@ -17,7 +17,19 @@ ResultCode LogWalk::Next() {
   const std::uint32_t start = decoder_.Getoffset() - payload_.Size() - kRecordHeaderSize;
   skipped_ = start - end_;
   end_ = decoder_.Getoffset();
+  next_index_ = header_.record_index + 1;
   return kSuccess;
+}
+
+// The decoder has counted a header that it could read, whatever came behind it.
+void LogWalk::StepBack() {
+  BinaryLogRecordHeader header;
+  static_cast<void>(decoder_.SetOffset(end_));
+  if (decoder_.ReadLogRecordHeader(header, next_index_) == kSuccess) {
+    static_cast<void>(decoder_.SetToPreviousLogRecord(0));
+  } else {
+    static_cast<void>(decoder_.SetOffset(end_));
+  }
 }
 
 }  // namespace kestrav::tool

@@ -18,6 +18,8 @@ class LogWalk {
 
   // Steps to the next record that is whole. Any other code than kSuccess ends the walk.
   ResultCode Next();
+  // After a step that failed: the next one tries the same again, with what the stream has by then.
+  void StepBack();
 
   const BinaryLogRecordHeader& Header() const { return header_; }
   const Memory::MemBlock& Payload() const { return payload_; }
@@ -36,6 +38,7 @@ class LogWalk {
   BinaryLogRecordHeader header_;
   Memory::MemBlock payload_;
   std::uint32_t end_;
+  std::uint32_t next_index_ = 0;  // as the decoder expects it behind the last whole record
   std::uint32_t skipped_ = 0;
 };
 

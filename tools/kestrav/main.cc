@@ -43,6 +43,7 @@ int Run(int argc, char** argv) {
   AddCheck(app, exit_code);
   AddRecover(app, exit_code);
   AddReport(app, exit_code);
+  AddExport(app, exit_code);
   try {
     CheckSubcommand(app, argc > 1 ? argv[1] : "");
     app.parse(argc, argv);

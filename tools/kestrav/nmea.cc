@@ -143,6 +143,8 @@ class NmeaParser final : public TraceParser {
 
 }  // namespace
 
+bool IsNmeaSentence(std::string_view line) { return !Address(line).empty(); }
+
 std::string NmeaDataIdTable() {
   std::string table;
   for (const SentenceType& type : kTypes) {

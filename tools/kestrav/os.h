@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 // What the tool asks of the operating system itself: terminals, signals, live input.
@@ -14,13 +15,26 @@ void OpenStandardStreams();
 
 std::string ProcessId();
 
-// Removes a file when the user interrupts the program, which then ends. At most one at a time.
+// A file whatever its name is at the moment.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t number = 0;
+
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+// Empty: there is no file of this name.
+std::optional<FileIdentity> IdentifyFile(const std::string& path);
+
+// Removes a file when the user interrupts the program, which then ends.
 class RemoveOnInterrupt {
  public:
   explicit RemoveOnInterrupt(const std::string& path);
   ~RemoveOnInterrupt();
   RemoveOnInterrupt(const RemoveOnInterrupt&) = delete;
   RemoveOnInterrupt& operator=(const RemoveOnInterrupt&) = delete;
+
+ private:
+  const std::string path_;
 };
 
 // Where a mapped file can no longer be read the system raises a signal. The program then writes
@@ -43,23 +57,34 @@ bool IsOutputFile();     // whether standard output goes to a file
 // The system's words for an errno value.
 std::string ErrorText(int error);
 
-// Standard input as it comes in, until it ends or the user interrupts (Ctrl-C, or a request to
-// terminate). While such an object exists, the first interrupt ends the input, not the program; a
-// second one ends the program. At most one object at a time.
+// While such an object exists, the first interrupt (Ctrl-C, or a request to terminate) is only
+// noted; a second one ends the program. At most one object at a time.
+class Interrupts {
+ public:
+  Interrupts();
+  ~Interrupts();
+  Interrupts(const Interrupts&) = delete;
+  Interrupts& operator=(const Interrupts&) = delete;
+
+  enum class Event { kNone, kInterrupt, kReaderGone };
+  // Waits for an interrupt, or for the reader of standard output to go, at most `timeout_ms`.
+  Event Wait(int timeout_ms) const;
+};
+
+// Standard input as it comes in, until it ends or the user interrupts: the first interrupt ends the
+// input, not the program. At most one object at a time.
 class LiveInput {
  public:
   enum class Result { kData, kNothingYet, kEnd, kInterrupted, kError };
-
-  LiveInput();
-  ~LiveInput();
-  LiveInput(const LiveInput&) = delete;
-  LiveInput& operator=(const LiveInput&) = delete;
 
   // Waits for input, at most `timeout_ms` (negative: no limit), and reads up to `room` bytes into
   // `data`; `size` says how many. kError: `error` holds the errno value.
   Result Read(char* data, std::size_t room, int timeout_ms, std::size_t& size);
 
   int error = 0;
+
+ private:
+  const Interrupts interrupts_;
 };
 
 }  // namespace kestrav::tool

@@ -3,9 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <string>
 #include <system_error>
+#include <vector>
 
 #include "exit_codes.h"
 #include "os.h"
@@ -22,10 +25,14 @@ void OnInterrupt(int /*signal*/) {
   errno = before;
 }
 
-std::string unfinished;  // set before its handler is
+std::vector<std::string> unfinished;  // changed only while its handlers wait
+
+void RemoveUnfinished() {
+  for (const std::string& path : unfinished) unlink(path.c_str());
+}
 
 void OnInterruptRemove(int signal) {
-  unlink(unfinished.c_str());
+  RemoveUnfinished();
   raise(signal);  // by now its handler is the default one
 }
 
@@ -37,7 +44,7 @@ void OnBusError(int /*signal*/) {
     static_cast<void>(!write(STDERR_FILENO, kClearLine, sizeof(kClearLine) - 1));
   }
   static_cast<void>(!write(STDERR_FILENO, bus_error_message.data(), bus_error_message.size()));
-  if (!unfinished.empty()) unlink(unfinished.c_str());
+  RemoveUnfinished();
   _exit(kFailed);
 }
 
@@ -51,6 +58,23 @@ void Handle(int signal, void (*handler)(int), unsigned flags) {
   sigaction(signal, &action, nullptr);
 }
 
+// Interrupts of this thread wait until its end.
+class HeldInterrupts {
+ public:
+  HeldInterrupts() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : kInterrupts) sigaddset(&held, signal);
+    pthread_sigmask(SIG_BLOCK, &held, &before_);
+  }
+  ~HeldInterrupts() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  HeldInterrupts(const HeldInterrupts&) = delete;
+  HeldInterrupts& operator=(const HeldInterrupts&) = delete;
+
+ private:
+  sigset_t before_;
+};
+
 }  // namespace
 
 void OpenStandardStreams() {
@@ -61,14 +85,23 @@ void OpenStandardStreams() {
 
 std::string ProcessId() { return std::to_string(getpid()); }
 
-RemoveOnInterrupt::RemoveOnInterrupt(const std::string& path) {
-  unfinished = path;
+std::optional<FileIdentity> IdentifyFile(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) return std::nullopt;
+  return FileIdentity{status.st_dev, status.st_ino};
+}
+
+RemoveOnInterrupt::RemoveOnInterrupt(const std::string& path) : path_(path) {
+  const HeldInterrupts held;
+  unfinished.push_back(path);
   for (const int signal : kInterrupts) Handle(signal, OnInterruptRemove, SA_RESETHAND | SA_NODEFER);
 }
 
 RemoveOnInterrupt::~RemoveOnInterrupt() {
+  const HeldInterrupts held;
+  unfinished.erase(std::find(unfinished.begin(), unfinished.end(), path_));
+  if (!unfinished.empty()) return;
   for (const int signal : kInterrupts) Handle(signal, SIG_DFL, 0);
-  unfinished.clear();
 }
 
 EndOnBusError::EndOnBusError(const std::string& message) {
@@ -91,17 +124,24 @@ bool IsOutputFile() {
 
 std::string ErrorText(int error) { return std::generic_category().message(error); }
 
-LiveInput::LiveInput() {
+Interrupts::Interrupts() {
   if (pipe2(interrupt_pipe, O_CLOEXEC | O_NONBLOCK) != 0) throw Failure(ErrorText(errno));
   for (const int signal : kInterrupts) Handle(signal, OnInterrupt, SA_RESTART | SA_RESETHAND);
 }
 
-LiveInput::~LiveInput() {
+Interrupts::~Interrupts() {
   for (const int signal : kInterrupts) Handle(signal, SIG_DFL, 0);
   for (int& end : interrupt_pipe) {
     close(end);
     end = -1;
   }
+}
+
+Interrupts::Event Interrupts::Wait(int timeout_ms) const {
+  pollfd waits[] = {{interrupt_pipe[0], POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+  if (poll(waits, 2, timeout_ms) <= 0) return Event::kNone;
+  if (waits[0].revents != 0) return Event::kInterrupt;
+  return Event::kReaderGone;
 }
 
 LiveInput::Result LiveInput::Read(char* data, std::size_t room, int timeout_ms, std::size_t& size) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 #include "exit_codes.h"
 #include "log_walk.h"
@@ -10,19 +11,28 @@ namespace kestrav::tool {
 namespace {
 
 // A name starts with letters, so digits alone are an id.
-std::uint16_t ClientId(const std::string& client, const LogFile& log, const ClientNames& names) {
+std::optional<std::uint16_t> ReadId(const std::string& client) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  if (!client.empty() && client.size() <= 5 &&
-      std::all_of(client.begin(), client.end(), is_digit)) {
-    const unsigned long id = std::stoul(client);
-    if (id < kNoId) return static_cast<std::uint16_t>(id);
+  if (client.empty() || client.size() > 5 || !std::all_of(client.begin(), client.end(), is_digit)) {
+    return std::nullopt;
   }
+  const unsigned long id = std::stoul(client);
+  return id < kNoId ? std::optional<std::uint16_t>(static_cast<std::uint16_t>(id)) : std::nullopt;
+}
+
+std::uint16_t ClientId(const std::string& client, const LogFile& log, const ClientNames& names) {
+  if (const auto number = ReadId(client)) return *number;
   const auto id = names.Find(client);
   if (!id) throw Failure(log.Path() + ": no client '" + client + "' in its dictionary");
   return *id;
 }
 
 }  // namespace
+
+bool RecordFilter::Options::HasNames() const {
+  return std::any_of(clients.begin(), clients.end(),
+                     [](const std::string& client) { return !ReadId(client); });
+}
 
 RecordFilter::RecordFilter(const Options& options, const LogFile& log, const ClientNames& names)
     : start_clock_(log.Header().start_clock),

@@ -16,6 +16,9 @@ namespace kestrav::tool {
 class RecordFilter {
  public:
   struct Options {
+    // Whether any of the clients is named, not numbered.
+    bool HasNames() const;
+
     std::vector<std::string> clients;  // names or ids; empty: all
     double from_scnds = 0;
     double to_scnds = std::numeric_limits<double>::infinity();
@@ -31,6 +34,10 @@ class RecordFilter {
   bool MatchesTime(std::uint32_t time_stamp) const {
     const double at_ms = time_stamp - start_clock_;
     return at_ms >= from_ms_ && at_ms <= to_ms_;
+  }
+  // Whether the record is too early.
+  bool IsBefore(std::uint32_t time_stamp) const {
+    return static_cast<double>(time_stamp - start_clock_) < from_ms_;
   }
   bool MatchesClient(std::uint16_t client_id) const {
     return ids_.empty() || ids_.count(client_id) > 0;

@@ -78,7 +78,7 @@ ExitCode Report(const ReportOptions& options) {
                   ", " + Counted(page.Records(), "of them", "of them") + " in the table, " +
                   HumanSize(size) + "\n";
   output.Flush();
-  const std::string loss = LossText(data.GetDamage());
+  const std::string loss = DamageText(data.GetDamage());
   if (loss.empty()) return kDone;
   std::fprintf(stderr, "kestrav: report: %s: %s\n", OneLine(options.log).c_str(), loss.c_str());
   return kLost;

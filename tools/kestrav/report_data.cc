@@ -20,7 +20,7 @@ std::int64_t ReportData::Look(const LogWalk& walk) {
   const std::int64_t at_ms = time_.Next(header.time_stamp);
   const std::int64_t step_ms = at_ms - before_ms;
   const auto index = std::int64_t{header.record_index};
-  const auto expected = static_cast<std::int64_t>(expected_index_);
+  const auto expected = static_cast<std::int64_t>(damage_.ExpectedIndex());
   const auto mark = [&](Mark::Kind kind, std::int64_t amount) {
     const std::uint32_t start = walk.End() - kRecordHeaderSize - header.payload_size;
     AddMark({kind, at_ms, amount, header.record_index, start});
@@ -31,8 +31,7 @@ std::int64_t ReportData::Look(const LogWalk& walk) {
   if (index < expected) mark(Mark::Kind::kMisplaced, expected - index);
   if (step_ms < 0) mark(Mark::Kind::kBack, -step_ms);
   if (step_ms > kLongestStepMs) mark(Mark::Kind::kAhead, step_ms);
-  CountDamage(damage_, walk, expected_index_);
-  expected_index_ = std::uint64_t{header.record_index} + 1;
+  damage_.CountRecord(walk);
   ++all_records_;
   return at_ms;
 }
@@ -47,11 +46,11 @@ void ReportData::Count(const LogWalk& walk, std::int64_t at_ms) {
 }
 
 void ReportData::End(const LogFile& log, const LogWalk& walk) {
-  CountEnd(damage_, log, walk);
-  if (damage_.trailing_bytes + damage_.cut_bytes > 0) {
-    const auto lost = static_cast<std::int64_t>(damage_.trailing_bytes + damage_.cut_bytes);
-    AddMark({Mark::Kind::kTail, time_.Now(), lost, static_cast<std::uint32_t>(expected_index_),
-             walk.End()});
+  damage_.CountEnd(log, walk);
+  const std::uint64_t lost = damage_.Found().trailing_bytes + damage_.Found().cut_bytes;
+  if (lost > 0) {
+    AddMark({Mark::Kind::kTail, time_.Now(), static_cast<std::int64_t>(lost),
+             static_cast<std::uint32_t>(damage_.ExpectedIndex()), walk.End()});
   }
   for (const auto& [id, lane] : lanes_) lane->buckets.Widen(shift_);
   others_.buckets.Widen(shift_);

@@ -66,7 +66,7 @@ class ReportData {
   // The first clients; those beyond share one lane.
   const std::map<std::uint16_t, std::unique_ptr<Lane>>& Lanes() const { return lanes_; }
   const Lane& OtherClients() const { return others_; }
-  const Damage& GetDamage() const { return damage_; }
+  const Damage& GetDamage() const { return damage_.Found(); }
   const std::vector<Mark>& Marks() const { return marks_; }  // the first ones
   const Buckets& AllMarks() const { return mark_buckets_; }
   std::uint64_t MarkCount() const { return mark_count_; }
@@ -79,14 +79,13 @@ class ReportData {
   LogTime time_;
   std::uint64_t all_records_ = 0;
   std::uint64_t records_ = 0;
-  std::uint64_t expected_index_ = 0;
   std::int64_t end_ms_ = 0;
   unsigned shift_ = 0;
   std::map<std::uint16_t, std::unique_ptr<Lane>> lanes_;
   Lane others_;
   Lane* last_lane_ = nullptr;
   std::uint16_t last_client_ = kNoId;
-  Damage damage_;
+  DamageCounter damage_;
   std::vector<Mark> marks_;
   Buckets mark_buckets_;
   std::uint64_t mark_count_ = 0;

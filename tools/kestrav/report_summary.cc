@@ -124,7 +124,7 @@ Json ReportSummary(const LogFile& log, const ClientNames& names, const ReportDat
           {"records", data.Records()},
           {"end_ms", data.EndMs()},
           {"bucket_ms", std::int64_t{1} << data.Shift()},
-          {"loss", LossText(data.GetDamage())},
+          {"loss", DamageText(data.GetDamage())},
           {"clients", ClientsJson(names, data)},
           {"marks", MarksJson(data)}};
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <chrono>
 #include <cstdio>
 
@@ -16,6 +17,27 @@ std::string Format(const char* format, Values... values) {
 }
 
 bool IsPrintableByte(char byte) { return byte >= ' ' && byte <= '~'; }
+
+bool IsTextByte(unsigned char byte) {
+  return byte >= ' ' ? byte != 0x7F : byte == '\t' || byte == '\n' || byte == '\r';
+}
+
+// The bytes of the UTF-8 sequence that begins with a byte above 0x7F; 0: it is not valid.
+std::size_t SequenceSize(std::string_view bytes) {
+  const auto at = [&](std::size_t i) {
+    return i < bytes.size() ? static_cast<unsigned char>(bytes[i]) : 0U;
+  };
+  const auto follows = [&](std::size_t i) { return (at(i) & 0xC0U) == 0x80; };
+  const unsigned first = at(0);
+  const unsigned second = at(1);
+  if (first < 0xC2 || first > 0xF4 || !follows(1)) return 0;
+  // C1 controls; overlong forms, surrogates and what lies beyond Unicode
+  if (first < 0xE0) return first == 0xC2 && second < 0xA0 ? 0 : 2;
+  if ((first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) || !follows(2)) return 0;
+  if (first < 0xF0) return 3;
+  if ((first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F) || !follows(3)) return 0;
+  return 4;
+}
 
 }  // namespace
 
@@ -78,6 +100,16 @@ std::string Counted(std::uint64_t count, std::string_view one, std::string_view 
   return HumanCount(count).append(" ").append(count == 1 ? one : many);
 }
 
+void AppendNumber(std::string& out, std::uint64_t value) {
+  std::array<char, 20> digits;
+  const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+  out.append(digits.data(), end);
+}
+
+void AppendHex(std::string& out, std::string_view bytes) {
+  AppendHex(out, reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+}
+
 void AppendHex(std::string& out, const std::uint8_t* data, std::size_t size) {
   static constexpr char kDigits[] = "0123456789abcdef";
   const std::size_t start = out.size();
@@ -91,6 +123,34 @@ void AppendHex(std::string& out, const std::uint8_t* data, std::size_t size) {
 
 bool IsPrintable(std::string_view bytes) {
   return std::all_of(bytes.begin(), bytes.end(), IsPrintableByte);
+}
+
+bool IsText(std::string_view bytes) {
+  for (std::size_t at = 0; at < bytes.size();) {
+    const auto byte = static_cast<unsigned char>(bytes[at]);
+    if (byte < 0x80) {
+      if (!IsTextByte(byte)) return false;
+      ++at;
+      continue;
+    }
+    const std::size_t size = SequenceSize(bytes.substr(at, 4));
+    if (size == 0) return false;
+    at += size;
+  }
+  return true;
+}
+
+void AppendJsonString(std::string& out, std::string_view text) {
+  out += '"';
+  for (const char c : text) {
+    if (c == '"' || c == '\\') out += '\\';
+    if (c >= 0 && c < ' ') {
+      out += Format("\\u%04x", static_cast<unsigned>(c));
+    } else {
+      out += c;
+    }
+  }
+  out += '"';
 }
 
 std::string Printable(std::string_view bytes) {

@@ -20,11 +20,19 @@ std::string Fixed(double value, int decimals);               // 26.3
 // "1 line", "2 lines".
 std::string Counted(std::uint64_t count, std::string_view one, std::string_view many);
 
+void AppendNumber(std::string& out, std::uint64_t value);  // 45498
 void AppendHex(std::string& out, const std::uint8_t* data, std::size_t size);
+void AppendHex(std::string& out, std::string_view bytes);
 
 // The bytes as text, whatever is no printable ASCII as \xHH: safe to write to a terminal.
 std::string Printable(std::string_view bytes);
 bool IsPrintable(std::string_view bytes);
+
+// Whether the bytes are valid UTF-8 without control characters other than tabs and line ends.
+bool IsText(std::string_view bytes);
+
+// Appends valid UTF-8 as a JSON string, with its quotes.
+void AppendJsonString(std::string& out, std::string_view text);
 
 // The text with a ? in place of each control character: one line, safe to write to a terminal.
 std::string OneLine(std::string text);

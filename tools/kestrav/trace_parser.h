@@ -10,6 +10,8 @@
 namespace kestrav::tool {
 
 inline constexpr std::uint16_t kUnreadableDataId = 98;
+inline constexpr std::uint16_t kCsvHeaderDataId = 1;
+inline constexpr std::uint16_t kCsvSampleDataId = 2;
 
 // What a line of a trace is.
 struct ParsedLine {
@@ -37,6 +39,9 @@ std::unique_ptr<TraceParser> MakeNmeaParser();
 std::unique_ptr<TraceParser> MakeCandumpParser();
 // Throws `Failure` from `Parse` when the header has no column `time_column`.
 std::unique_ptr<TraceParser> MakeCsvParser(const std::string& time_column);
+
+// Whether the line begins as a sentence does: $GNRMC,
+bool IsNmeaSentence(std::string_view line);
 
 // What `kestrav import --help` says of the data ids of sentences.
 std::string NmeaDataIdTable();

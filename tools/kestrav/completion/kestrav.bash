@@ -1,13 +1,13 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover report"
+_kestrav_commands="import record info cat play repair check recover report export"
 
 _kestrav_options() {
   case $1 in
     import) echo "--help --output --plain --limit --time-column" ;;
     record) echo "--help --output --plain --sync --reserve" ;;
     info) echo "--help --json --scan" ;;
-    cat) echo "--help --client --from --to --format" ;;
+    cat) echo "--help --client --from --to --format --follow" ;;
     play)
       echo "--help --client --speed --from --history --rewind --format --unpaced --virtual --mode"
       ;;
@@ -15,6 +15,7 @@ _kestrav_options() {
     check) echo "--help --json" ;;
     recover) echo "--help --output --json" ;;
     report) echo "--help --output --client --from --to --records" ;;
+    export) echo "--help --to --output --client --from --until --per-client --interface" ;;
     *) echo "--help --version" ;;
   esac
 }
@@ -23,11 +24,12 @@ _kestrav_options() {
 _kestrav_values() {
   case $1:$2 in
     cat:--format) echo "text jsonl raw" ;;
+    export:--to) echo "jsonl csv candump nmea pcapng mcap" ;;
     play:--format) echo "text jsonl" ;;
     play:--speed) echo "1 2 4 10" ;;
     play:--mode) echo "normal polling pass-through" ;;
-    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
     report:--records) echo "-" ;;
+    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--until | *:--interface | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
   esac
 }
 
@@ -85,6 +87,9 @@ _kestrav_complete() {
     [[ $values == - ]] || mapfile -t COMPREPLY < <(compgen -W "$values" -- "$word")
   elif [[ $command:$before == report:--output ]]; then
     _kestrav_files "$word" .html
+  elif [[ $command == export && $before == --output ]]; then
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$word")
   elif [[ $before == --output ]]; then
     _kestrav_files "$word" .klog
   elif [[ $word == -* ]]; then
