@@ -10,6 +10,7 @@
 #include "log_file.h"
 #include "log_walk.h"
 #include "report_lane.h"
+#include "damage.h"
 #include "scan.h"
 
 namespace kestrav::tool {
