@@ -8,7 +8,8 @@ namespace kestrav::test {
 namespace {
 
 TEST(Usage, EverySubcommandHelps) {
-  for (const std::string command : {"import", "record", "info", "cat", "play", "repair"}) {
+  for (const std::string command :
+       {"import", "record", "info", "cat", "play", "repair", "trim", "merge", "split", "diff"}) {
     const Result result = RunTool({command, "--help"});
     EXPECT_EQ(result.code, 0);
     EXPECT_THAT(result.out, ::testing::HasSubstr("Usage: kestrav " + command));

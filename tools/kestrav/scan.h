@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 
+#include "damage.h"
 #include "log_file.h"
 
 namespace kestrav::tool {
@@ -17,19 +18,6 @@ struct ClientStatistics {
 
   // Between the first and the last record; 0 when they have the same time.
   double RecordsPerSecond() const;
-};
-
-struct Damage {
-  std::uint64_t places = 0;             // where bytes between two records had to be skipped
-  std::uint64_t skipped_bytes = 0;      // in those places
-  std::uint64_t missing_records = 0;    // indices that are left out between two records
-  std::uint64_t misplaced_records = 0;  // whose index is not above that of the record before
-  std::uint64_t trailing_bytes = 0;     // behind the last record, up to the end of the file
-  std::uint64_t cut_bytes = 0;          // that the header counts and the file does not hold
-
-  bool IsNone() const {
-    return skipped_bytes + missing_records + misplaced_records + trailing_bytes + cut_bytes == 0;
-  }
 };
 
 struct ScanResult {

@@ -1,6 +1,6 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover"
+_kestrav_commands="import record info cat play repair check recover trim merge split diff"
 
 _kestrav_options() {
   case $1 in
@@ -14,6 +14,10 @@ _kestrav_options() {
     repair) echo "--help --dry-run" ;;
     check) echo "--help --json" ;;
     recover) echo "--help --output --json" ;;
+    trim) echo "--help --output --client --from --to --keep-state --plain" ;;
+    merge) echo "--help --output --plain" ;;
+    split) echo "--help --every --size --output --force --plain" ;;
+    diff) echo "--help --list --json" ;;
     *) echo "--help --version" ;;
   esac
 }
@@ -25,7 +29,7 @@ _kestrav_values() {
     play:--format) echo "text jsonl" ;;
     play:--speed) echo "1 2 4 10" ;;
     play:--mode) echo "normal polling pass-through" ;;
-    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
+    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--rewind | *:--sync | *:--reserve | *:--every | *:--size | *:--list) echo "-" ;;
   esac
 }
 
