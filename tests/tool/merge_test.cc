@@ -41,7 +41,7 @@ std::vector<std::string> Payloads(const ParsedLog& log) {
 }
 
 TEST(Merge, OfPiecesIsTheWholeLog) {
-  for (const Arguments& how : {Arguments{"--every", "6.5"}, {"--size", "5k"}}) {
+  for (const Arguments& how : {Arguments{"--every", "6.5"}, {"--size", "12k"}}) {
     const Folder folder;
     const std::string log = WriteLogAs(folder, "a.klog", Drive());
     const Result split = RunTool({"split", log, how[0], how[1], "-o", folder.Path("piece")});
@@ -145,7 +145,7 @@ TEST(Merge, KeepsTheOrderWithinALogWhoseTimeGoesBack) {
   EXPECT_THAT(Payloads(merged), ElementsAre("b1", "a1", "a2", "b2"));
   EXPECT_EQ(Meanings(merged)[2].wall_ms, 50);
   EXPECT_EQ(err, "kestrav: merge: " + first +
-                     ": 1 record goes back in time (written with the time before)\n");
+                     ": 1 record goes back in time (taken for the time before)\n");
   ExpectHealthy(folder.Path("out.klog"));
 }
 
@@ -155,7 +155,9 @@ TEST(Merge, WithALogWithoutRecordsIsTheOtherLog) {
   const std::string empty = WriteLogAs(folder, "empty.klog", LogBuilder());
   for (const Arguments& order : {Arguments{"--plain", log, empty}, {"--plain", empty, log}}) {
     Merged(folder, order);
-    if (order[1] == log) EXPECT_EQ(ReadFile(folder.Path("out.klog")), ReadFile(log));
+    if (order[1] == log) {
+      EXPECT_EQ(ReadFile(folder.Path("out.klog")), ReadFile(log));
+    }
     EXPECT_EQ(Meanings(Parse(folder.Path("out.klog"))), Meanings(Parse(log)));
   }
   EXPECT_EQ(Merged(folder, {empty, empty}).records.size(), 0U);

@@ -64,9 +64,9 @@ TEST(Split, ByTimeGivesNoFileWhereNoRecordIs) {
 TEST(Split, BySizeKeepsToItUnlessARecordIsLarger) {
   const Folder folder;
   LogBuilder drive = Drive(0x2A);
-  drive.Record(21, 9, 25'000, std::string(5000, 'y')).Record(21, 9, 25'001, "z");
+  drive.Record(21, 9, 25'000, std::string(20'000, 'y')).Record(21, 9, 25'001, "z");
   const std::string log = WriteLogAs(folder, "a.klog", drive);
-  const Result result = RunTool({"split", log, "--size", "4k", "-o", folder.Path("p")});
+  const Result result = RunTool({"split", log, "--size", "16k", "-o", folder.Path("p")});
   EXPECT_EQ(result.code, 0) << result.err;
   std::vector<Meaning> found;
   int larger = 0;
@@ -76,8 +76,10 @@ TEST(Split, BySizeKeepsToItUnlessARecordIsLarger) {
         folder.Path("p-" + std::string(3 - number.size(), '0') + number + ".klog");
     const ParsedLog piece = Parse(path);
     for (const Meaning& record : Meanings(piece)) found.push_back(record);
-    if (piece.stream_length > 4096) ++larger;
-    if (piece.stream_length > 4096) EXPECT_EQ(Meanings(piece).size(), 1U);
+    if (piece.stream_length > 16'384) {
+      ++larger;
+      EXPECT_EQ(Meanings(piece).size(), 1U);
+    }
     ExpectHealthy(path);
   }
   EXPECT_EQ(found, Meanings(Parse(log)));

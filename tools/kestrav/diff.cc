@@ -98,9 +98,10 @@ class Comparison final : private DifferenceSink {
     DecideAll();
     progress_.Clear();
     Tell(json);
-    bool differs = !report_.IsSame();
-    for (const Reading& reading : readings_) differs |= reading.Source().ReportLoss("diff");
-    return differs ? kLost : kDone;
+    bool lost = false;
+    for (const Reading& reading : readings_) lost |= reading.Source().ReportLoss("diff");
+    if (lost) return kLost;
+    return report_.IsSame() ? kDone : kDifferent;
   }
 
  private:

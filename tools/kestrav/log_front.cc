@@ -21,6 +21,10 @@ std::string Bytes(const Memory::MemBlock& payload) {
   return {reinterpret_cast<const char*>(payload.Data()), payload.Size()};
 }
 
+void SetNotBehind(FrontRecord& record, std::uint32_t time_stamp) {
+  if (IsBefore(time_stamp, record.time_stamp)) record.time_stamp = time_stamp;
+}
+
 class FrontSearch {
  public:
   explicit FrontSearch(LogFile& log) : walk_(log.Decoder()) {}
@@ -32,9 +36,12 @@ class FrontSearch {
       if (found_.dictionary_at == 0) behind = 0;
     }
     if (found_.dictionary_at > 0) found_.ids.clear();
+    // In front of all records, the dictionary first.
     LogFront& front = found_.front;
-    for (FrontRecord* const record : {&front.dictionary, &front.extended_selection}) {
-      if (any_other_ && IsBefore(earliest_, record->time_stamp)) record->time_stamp = earliest_;
+    if (any_other_) SetNotBehind(front.extended_selection, earliest_);
+    if (any_other_) SetNotBehind(front.dictionary, earliest_);
+    if (front.extended_selection.Exists()) {
+      SetNotBehind(front.dictionary, front.extended_selection.time_stamp);
     }
     return std::move(found_);
   }

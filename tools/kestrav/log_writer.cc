@@ -35,7 +35,12 @@ LogWriter::LogWriter(const std::string& path, const std::vector<std::string>& so
   if (!stream_->Open(WidePath(file_.PartPath()), Io::OpenMode::kCreate)) Fail();
 }
 
-void LogWriter::Begin(const Start& start, const LogFront& front) {
+void LogWriter::Begin(Start start, const LogFront& front) {
+  const std::uint32_t first = front.dictionary.time_stamp;
+  while (front.dictionary.Exists() && static_cast<std::int32_t>(first - start.clock_ms) < 0) {
+    start.Move(-1);
+    moved_ms_ += 1000;
+  }
   BinaryLogStreamHeader header;
   header.magic = kStreamMagic;
   header.start_time = std::max<std::int64_t>(start.time_scnds, 1);  // 0 is no time
@@ -83,7 +88,8 @@ void LogWriter::Write(const BinaryLogRecordHeader& header, std::span<const std::
 
 void LogWriter::Finish(std::int64_t duration_ms) {
   constexpr std::int64_t kLongest = std::numeric_limits<std::uint32_t>::max();
-  duration_ms_ = static_cast<std::uint32_t>(std::clamp<std::int64_t>(duration_ms, 0, kLongest));
+  duration_ms_ =
+      static_cast<std::uint32_t>(std::clamp<std::int64_t>(duration_ms + moved_ms_, 0, kLongest));
   bytes_ = encoder_.BytesWritten();
   if (!encoder_.Finish(duration_ms_) || !stream_->Close()) Fail();
   progress_.Clear();

@@ -33,22 +33,25 @@ class LogWriter {
           clock_ms(header.start_clock),
           selection(header.client_selection) {}
     // Whole seconds, so that both go on together.
-    void Move(std::uint32_t scnds) {
+    void Move(std::int32_t scnds) {
       time_scnds += scnds;
-      clock_ms += 1000 * scnds;
+      clock_ms += 1000 * static_cast<std::uint32_t>(scnds);
     }
   };
 
   // `sources` are files that `path` must not be. The keys are new ones, or none.
   LogWriter(const std::string& path, const std::vector<std::string>& sources, bool plain);
 
-  void Begin(const Start& start, const LogFront& front);
+  // The log starts whole seconds earlier where its front is older than its start: playback expects
+  // no such record.
+  void Begin(Start start, const LogFront& front);
   // The time stamp stays, the index becomes the next one.
   void Write(const BinaryLogRecordHeader& header, const Memory::MemBlock& payload) {
     Write(header, {payload.Data(), payload.Size()});
   }
   // Other bytes in the record's place.
   void Replace(const BinaryLogRecordHeader& header, std::string_view payload);
+  // `duration_ms` counts from the start that `Begin` was given.
   void Finish(std::int64_t duration_ms);
 
   const std::string& Path() const { return path_; }
@@ -69,6 +72,7 @@ class LogWriter {
   const bool plain_;
   BinaryEncoder encoder_;
   Progress progress_;
+  std::int64_t moved_ms_ = 0;      // by which the log starts earlier
   std::uint32_t duration_ms_ = 0;  // these two of the finished log
   std::uint32_t bytes_ = 0;
 };

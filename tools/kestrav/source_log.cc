@@ -8,19 +8,26 @@
 namespace kestrav::tool {
 
 SourceLog::SourceLog(const std::string& path)
-    : log_(path),
-      found_(FindFront(path)),
-      walk_(log_.Decoder()),
-      time_stamp_(log_.Header().start_clock) {}
+    : log_(path), found_(FindFront(path)), walk_(log_.Decoder()) {
+  header_.time_stamp = log_.Header().start_clock;
+}
 
 bool SourceLog::Next() {
   if (ended_) return false;
   while (walk_.Next() == kSuccess) {
     damage_.CountRecord(walk_);
-    const std::uint32_t at = Offset();
+    const std::uint32_t at = walk_.End() - walk_.Payload().Size() - kRecordHeaderSize;
     if (at == found_.dictionary_at || at == found_.extended_selection_at) continue;
-    at_ms_ += static_cast<std::int32_t>(Header().time_stamp - time_stamp_);
-    time_stamp_ = Header().time_stamp;
+    const std::uint32_t before = header_.time_stamp;
+    header_ = walk_.Header();
+    const auto step_ms = static_cast<std::int32_t>(header_.time_stamp - before);
+    if (any_ && step_ms < 0) {
+      header_.time_stamp = before;
+      ++steps_back_;
+    } else {
+      at_ms_ += step_ms;
+    }
+    any_ = true;
     return true;
   }
   log_.CheckReads();
@@ -35,14 +42,21 @@ std::int64_t SourceLog::LengthMs() const {
 }
 
 bool SourceLog::ReportLoss(const std::string& command) const {
+  const auto say = [&](const std::string& text) {
+    std::fprintf(stderr, "kestrav: %s: %s: %s\n", command.c_str(), OneLine(log_.Path()).c_str(),
+                 text.c_str());
+  };
+  if (steps_back_ > 0) {
+    say(Counted(steps_back_, "record goes", "records go") +
+        " back in time (taken for the time before)");
+  }
   std::string text = DamageText(damage_.Found());
   if (ended_ && log_.Header().stream_length == 0) {
     text += text.empty() ? "" : "; ";
     text += "the recording was not finished, its end may be missing";
   }
   if (text.empty()) return false;
-  std::fprintf(stderr, "kestrav: %s: %s: %s\n", command.c_str(), OneLine(log_.Path()).c_str(),
-               text.c_str());
+  say(text);
   return true;
 }
 

@@ -13,7 +13,8 @@
 namespace kestrav::tool {
 
 // A log whose records go into another one. Its front is known from the beginning, and the walk
-// passes over it.
+// passes over it. Playback ends where time goes back, so a record that does is taken for one of the
+// time before.
 class SourceLog {
  public:
   // Throws `Failure` when the file cannot be opened or is no log.
@@ -29,7 +30,7 @@ class SourceLog {
   // cannot be read.
   bool Next();
 
-  const BinaryLogRecordHeader& Header() const { return walk_.Header(); }
+  const BinaryLogRecordHeader& Header() const { return header_; }
   const Memory::MemBlock& Payload() const { return walk_.Payload(); }
   // Where the record stands.
   std::uint32_t Offset() const { return walk_.End() - Header().payload_size - kRecordHeaderSize; }
@@ -41,7 +42,8 @@ class SourceLog {
   // When all was read: how long the log is. The recorder knows of time behind the last record.
   std::int64_t LengthMs() const;
 
-  // Says in one line on standard error what of the log was found to be lost. false: nothing was.
+  // Says in one line on standard error what of the log was found to be lost, and in another one
+  // that time goes back. false: nothing was lost.
   bool ReportLoss(const std::string& command) const;
 
  private:
@@ -50,9 +52,11 @@ class SourceLog {
   LogFile log_;
   const FoundFront found_;
   LogWalk walk_;
+  BinaryLogRecordHeader header_;
   DamageCounter damage_;
   bool ended_ = false;
-  std::uint32_t time_stamp_;
+  bool any_ = false;
+  std::uint64_t steps_back_ = 0;
   std::int64_t at_ms_ = 0;
 };
 

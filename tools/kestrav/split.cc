@@ -136,7 +136,7 @@ class Splitter {
                    options_.plain);
     LogWriter::Start start(source_.Log().Header());
     LogFront front = source_.Front();
-    const auto scnds = static_cast<std::uint32_t>(from_ms / 1000);
+    const auto scnds = static_cast<std::int32_t>(from_ms / 1000);
     start.Move(scnds);
     if (from_ms > 0) front.SetTime(start.clock_ms);
     piece_->Begin(start, front);

@@ -87,7 +87,7 @@ class Trimmer {
     LogWriter::Start start(source_.Log().Header());
     LogFront front = source_.Front();
     constexpr double kLongestScnds = 4'294'967;
-    const auto scnds = static_cast<std::uint32_t>(
+    const auto scnds = static_cast<std::int32_t>(
         std::clamp(std::floor(filter_.FromMs() / 1000), 0.0, kLongestScnds));
     cut_ms_ = last_ms_ = std::int64_t{1000} * scnds;
     start.Move(scnds);
