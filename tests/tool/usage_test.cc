@@ -9,7 +9,8 @@ namespace {
 
 TEST(Usage, EverySubcommandHelps) {
   for (const std::string command :
-       {"import", "record", "info", "cat", "play", "repair", "export"}) {
+       {"import", "record", "info", "cat", "play", "repair", "check", "recover", "trim", "merge",
+        "split", "diff", "export", "report"}) {
     const Result result = RunTool({command, "--help"});
     EXPECT_EQ(result.code, 0);
     EXPECT_THAT(result.out, ::testing::HasSubstr("Usage: kestrav " + command));

@@ -17,8 +17,12 @@ void AddPlay(CLI::App& app, ExitCode& exit_code);
 void AddRepair(CLI::App& app, ExitCode& exit_code);
 void AddCheck(CLI::App& app, ExitCode& exit_code);
 void AddRecover(CLI::App& app, ExitCode& exit_code);
-void AddReport(CLI::App& app, ExitCode& exit_code);
+void AddTrim(CLI::App& app, ExitCode& exit_code);
+void AddMerge(CLI::App& app, ExitCode& exit_code);
+void AddSplit(CLI::App& app, ExitCode& exit_code);
+void AddDiff(CLI::App& app, ExitCode& exit_code);
 void AddExport(CLI::App& app, ExitCode& exit_code);
+void AddReport(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace kestrav::tool
 

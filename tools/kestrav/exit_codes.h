@@ -11,6 +11,7 @@ enum ExitCode : int {
   kFailed = 1,      // nothing, or not all, was done: no such file, not a log, a full disk
   kWrongUsage = 2,  // nothing was done: the arguments make no sense
   kLost = 3,        // done, but the log is damaged and something in it is lost
+  kDifferent = 3,   // done, and what was compared differs
 };
 
 // Ends a subcommand. The message is one line that names the file.

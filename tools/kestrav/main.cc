@@ -42,8 +42,12 @@ int Run(int argc, char** argv) {
   AddRepair(app, exit_code);
   AddCheck(app, exit_code);
   AddRecover(app, exit_code);
-  AddReport(app, exit_code);
+  AddTrim(app, exit_code);
+  AddMerge(app, exit_code);
+  AddSplit(app, exit_code);
+  AddDiff(app, exit_code);
   AddExport(app, exit_code);
+  AddReport(app, exit_code);
   try {
     CheckSubcommand(app, argc > 1 ? argv[1] : "");
     app.parse(argc, argv);

@@ -27,6 +27,9 @@ std::uint16_t ClientId(const std::string& client, const LogFile& log, const Clie
   return *id;
 }
 
+// Whole microseconds, so that 1.001 s is no less than 1001 ms.
+double Milliseconds(double scnds) { return std::round(scnds * 1e6) / 1000; }
+
 }  // namespace
 
 bool RecordFilter::Options::HasNames() const {
@@ -36,8 +39,8 @@ bool RecordFilter::Options::HasNames() const {
 
 RecordFilter::RecordFilter(const Options& options, const LogFile& log, const ClientNames& names)
     : start_clock_(log.Header().start_clock),
-      from_ms_(options.from_scnds * 1000),
-      to_ms_(options.to_scnds * 1000) {
+      from_ms_(Milliseconds(options.from_scnds)),
+      to_ms_(Milliseconds(options.to_scnds)) {
   if (std::isnan(from_ms_) || std::isnan(to_ms_)) {
     throw Failure("a time is a number of seconds", kWrongUsage);
   }

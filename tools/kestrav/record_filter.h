@@ -42,6 +42,11 @@ class RecordFilter {
   bool MatchesClient(std::uint16_t client_id) const {
     return ids_.empty() || ids_.count(client_id) > 0;
   }
+  // Of the log's time.
+  double FromMs() const { return from_ms_; }
+  double ToMs() const { return to_ms_; }
+  // Empty: all.
+  const std::set<std::uint16_t>& Ids() const { return ids_; }
 
  private:
   const std::uint32_t start_clock_;

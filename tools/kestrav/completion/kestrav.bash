@@ -1,6 +1,6 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover report export"
+_kestrav_commands="import record info cat play repair check recover trim merge split diff export report"
 
 _kestrav_options() {
   case $1 in
@@ -16,6 +16,10 @@ _kestrav_options() {
     recover) echo "--help --output --json" ;;
     report) echo "--help --output --client --from --to --records" ;;
     export) echo "--help --to --output --client --from --until --per-client --interface" ;;
+    trim) echo "--help --output --client --from --to --keep-state --plain" ;;
+    merge) echo "--help --output --plain" ;;
+    split) echo "--help --every --size --output --force --plain" ;;
+    diff) echo "--help --list --json" ;;
     *) echo "--help --version" ;;
   esac
 }
@@ -29,7 +33,8 @@ _kestrav_values() {
     play:--speed) echo "1 2 4 10" ;;
     play:--mode) echo "normal polling pass-through" ;;
     report:--records) echo "-" ;;
-    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--until | *:--interface | *:--rewind | *:--sync | *:--reserve) echo "-" ;;
+    *:--limit | *:--time-column | *:--client | *:--from | *:--to | *:--until | *:--interface) echo "-" ;;
+    *:--rewind | *:--sync | *:--reserve | *:--every | *:--size | *:--list) echo "-" ;;
   esac
 }
 
