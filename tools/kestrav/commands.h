@@ -17,6 +17,7 @@ void AddPlay(CLI::App& app, ExitCode& exit_code);
 void AddRepair(CLI::App& app, ExitCode& exit_code);
 void AddCheck(CLI::App& app, ExitCode& exit_code);
 void AddRecover(CLI::App& app, ExitCode& exit_code);
+void AddIndex(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace kestrav::tool
 

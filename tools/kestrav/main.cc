@@ -42,6 +42,7 @@ int Run(int argc, char** argv) {
   AddRepair(app, exit_code);
   AddCheck(app, exit_code);
   AddRecover(app, exit_code);
+  AddIndex(app, exit_code);
   try {
     CheckSubcommand(app, argc > 1 ? argv[1] : "");
     app.parse(argc, argv);

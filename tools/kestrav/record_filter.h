@@ -35,6 +35,10 @@ class RecordFilter {
   bool MatchesClient(std::uint16_t client_id) const {
     return ids_.empty() || ids_.count(client_id) > 0;
   }
+  // Whether it may match records whose times since the start of the log lie within these two.
+  bool MatchesSpan(std::uint32_t earliest_ms, std::uint32_t latest_ms) const {
+    return latest_ms >= from_ms_ && earliest_ms <= to_ms_;
+  }
 
  private:
   const std::uint32_t start_clock_;

@@ -22,14 +22,6 @@ void Count(ClientStatistics& client, const BinaryLogRecordHeader& header) {
   client.bytes += header.payload_size;
 }
 
-void CountDamage(Damage& damage, const LogWalk& walk, std::uint64_t expected_index) {
-  damage.skipped_bytes += walk.SkippedBytes();
-  damage.places += walk.SkippedBytes() > 0 ? 1 : 0;
-  const std::uint64_t index = walk.Header().record_index;
-  if (index > expected_index) damage.missing_records += index - expected_index;
-  if (index < expected_index) ++damage.misplaced_records;
-}
-
 }  // namespace
 
 double ClientStatistics::RecordsPerSecond() const {
@@ -38,30 +30,31 @@ double ClientStatistics::RecordsPerSecond() const {
   return 1000.0 * static_cast<double>(records - 1) / ms;
 }
 
-ScanResult Scan(LogFile& log) {
+ScanResult Scan(LogFile& log, const std::function<void(const LogWalk&)>& look) {
   constexpr std::uint64_t kRecordsBetweenLooks = 1024;
   ScanResult result;
   LogWalk walk(log.Decoder());
   Progress progress;
-  std::uint64_t expected_index = 0;
-  while (walk.Next() == kSuccess) {
+  DamageCounter damage;
+  for (;;) {
+    result.end = walk.Next();
+    if (result.end != kSuccess) break;
     const BinaryLogRecordHeader& header = walk.Header();
-    CountDamage(result.damage, walk, expected_index);
-    expected_index = std::uint64_t{header.record_index} + 1;
+    damage.CountRecord(walk);
     Count(result.clients[header.client_id], header);
     if (result.names.IsEmpty()) {
       ReadNames(header.client_id, header.data_id, walk.Payload(), result.names);
     }
     ++result.records;
+    if (look) look(walk);
     if (result.records % kRecordsBetweenLooks == 0 && progress.IsDue()) {
       progress.Show(Counted(result.records, "record", "records") + ", " +
                     std::to_string(100 * std::uint64_t{walk.End()} / log.Size()) + " %");
     }
   }
   log.CheckReads();
-  result.damage.trailing_bytes = log.Size() - walk.End();
-  const std::uint64_t stated_size = log.Header().stream_length;
-  if (stated_size > log.Size()) result.damage.cut_bytes = stated_size - log.Size();
+  damage.CountEnd(log, walk);
+  result.damage = damage.Found();
   return result;
 }
 

@@ -2,8 +2,10 @@
 #define KESTRAV_TOOLS_SCAN_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 
+#include "damage.h"
 #include "log_file.h"
 
 namespace kestrav::tool {
@@ -19,28 +21,17 @@ struct ClientStatistics {
   double RecordsPerSecond() const;
 };
 
-struct Damage {
-  std::uint64_t places = 0;             // where bytes between two records had to be skipped
-  std::uint64_t skipped_bytes = 0;      // in those places
-  std::uint64_t missing_records = 0;    // indices that are left out between two records
-  std::uint64_t misplaced_records = 0;  // whose index is not above that of the record before
-  std::uint64_t trailing_bytes = 0;     // behind the last record, up to the end of the file
-  std::uint64_t cut_bytes = 0;          // that the header counts and the file does not hold
-
-  bool IsNone() const {
-    return skipped_bytes + missing_records + misplaced_records + trailing_bytes + cut_bytes == 0;
-  }
-};
-
 struct ScanResult {
   std::uint64_t records = 0;
   std::map<std::uint16_t, ClientStatistics> clients;
   ClientNames names;  // from the first dictionary there is
   Damage damage;
+  ResultCode end = kNotEnoughData;  // what ended the walk
 };
 
-// Walks all records of `log`. Throws `Failure` when the file cannot be read.
-ScanResult Scan(LogFile& log);
+// Walks all records of `log`, and shows `look` each of them where it stands. Throws `Failure` when
+// the file cannot be read.
+ScanResult Scan(LogFile& log, const std::function<void(const LogWalk&)>& look = {});
 
 }  // namespace kestrav::tool
 

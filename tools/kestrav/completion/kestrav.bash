@@ -1,6 +1,6 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover"
+_kestrav_commands="import record info cat play repair check recover index"
 
 _kestrav_options() {
   case $1 in
@@ -14,6 +14,7 @@ _kestrav_options() {
     repair) echo "--help --dry-run" ;;
     check) echo "--help --json" ;;
     recover) echo "--help --output --json" ;;
+    index) echo "--help --force" ;;
     *) echo "--help --version" ;;
   esac
 }
