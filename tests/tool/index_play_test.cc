@@ -23,14 +23,15 @@ struct PlayCase {
 Bytes Plain() { return ManyRecords(0).Build(); }
 Bytes Scrambled() { return ManyRecords(0x6B).Build(); }
 
-// A client that is not heard before some time, and one that is heard only early.
+// A client that is not heard before some time, and one that is heard only once. Neither is due when
+// the time is told, a whole number of seconds after the start: which goes first would be open.
 Bytes LateClients() {
   LogBuilder log(0x11, 0x22);
   log.StartClock(kLongLogStart).Duration(360000);
   log.Dictionary({{"GPS", 21}, {"CAN", 3}, {"Late", 22}, {"Once", 23}}, kLongLogStart);
   AppendLong(log, 9000, kLongLogStart);
-  log.Record(23, 1, kLongLogStart + 180000, "only here");
-  AppendLong(log, 6000, kLongLogStart + 180000);
+  log.Record(23, 1, kLongLogStart + 180010, "only here");
+  AppendLong(log, 6000, kLongLogStart + 180020);
   log.Record(22, 1, kLongLogStart + 300001, "first of its kind");
   AppendLong(log, 3000, kLongLogStart + 300001);
   return log.Build();
@@ -62,12 +63,10 @@ TEST_P(PlayWithAnIndex, TellsTheSameFromAnyTime) {
   const Folder folder;
   const std::string log = WriteLog(folder, GetParam().make());
   const std::vector<Arguments> ways = {
-      {"--virtual", "--from", "357", "--speed", "10"},
-      {"--virtual", "--from", "358"},
-      {"--virtual", "--from", "359", "--speed", "2"},
-      {"--virtual", "--from", "350", "--client", "GPS"},
-      {"--virtual", "--from", "358", "--client", "CAN", "--client", "GPS"},
-      {"--virtual", "--from", "359", "--history"},
+      {"--virtual", "--from", "358", "--speed", "4"},
+      {"--virtual", "--from", "357", "--client", "GPS"},
+      {"--virtual", "--from", "359", "--client", "CAN", "--client", "GPS"},
+      {"--virtual", "--from", "359", "--history", "--client", "GPS"},
       {"--virtual", "--from", "361"},
   };
   std::vector<Result> before;
