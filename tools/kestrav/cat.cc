@@ -3,19 +3,22 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
 #include "growing_log.h"
 #include "log_file.h"
-#include "log_walk.h"
+#include "log_index.h"
 #include "output.h"
 #include "payload_text.h"
 #include "progress.h"
 #include "record_filter.h"
 #include "record_json.h"
+#include "record_source.h"
 #include "text.h"
 
 namespace kestrav::tool {
@@ -98,23 +101,25 @@ void ShowProgress(Progress& progress, LogFile& log, std::uint64_t records) {
 }
 
 ExitCode Cat(const CatOptions& options) {
-  const ClientNames names = FindNames(options.log);
   LogFile log(options.log);
+  std::optional<LogIndex> index = OpenIndex(log);
+  const ClientNames names = index ? index->scan.names : FindNames(options.log);
   const RecordFilter filter(options.filter, log, names);
+  RecordSource records(log, filter, std::move(index));
   const std::unique_ptr<Printer> printer = MakePrinter(options.format, log, names);
   Output output;
   Progress progress;
   const bool show_progress = IsOutputFile();
   LogMessage message;
   ResultCode result = kSuccess;
-  for (std::uint64_t index = 0;; ++index) {
-    result = log.Decoder().GetNextLogRecord(message);
+  for (;;) {
+    result = records.Next(message);
     if (result != kSuccess) break;
     if (filter.Matches(message.GetClientID(), message.time_stamp)) {
-      printer->Print(output.Text(), index, message);
+      printer->Print(output.Text(), records.Ordinal(), message);
     }
     if (!output.Continue()) return kDone;
-    if (show_progress) ShowProgress(progress, log, index);
+    if (show_progress) ShowProgress(progress, log, records.Ordinal());
   }
   output.Flush();
   log.CheckReads();

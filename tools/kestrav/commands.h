@@ -23,6 +23,7 @@ void AddSplit(CLI::App& app, ExitCode& exit_code);
 void AddDiff(CLI::App& app, ExitCode& exit_code);
 void AddExport(CLI::App& app, ExitCode& exit_code);
 void AddReport(CLI::App& app, ExitCode& exit_code);
+void AddIndex(CLI::App& app, ExitCode& exit_code);
 
 }  // namespace kestrav::tool
 

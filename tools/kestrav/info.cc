@@ -7,6 +7,7 @@
 #include "commands.h"
 #include "header_text.h"
 #include "log_file.h"
+#include "log_index.h"
 #include "output.h"
 #include "scan.h"
 #include "text.h"
@@ -207,7 +208,7 @@ ExitCode Info(const InfoOptions& options) {
   ScanResult scan;
   if (options.scan) {
     LogFile whole(options.log);
-    scan = Scan(whole);
+    scan = ScanWithIndex(whole);
     lost = lost || !scan.damage.IsNone();
   }
   Output output;
@@ -236,7 +237,8 @@ void AddInfo(CLI::App& app, ExitCode& exit_code) {
   command->add_flag("--scan", options->scan,
                     "Walk through the whole log: what each client recorded, and what is damaged");
   command->footer(
-      "Without --scan the header and the first record alone are read.\n"
+      "Without --scan the header and the first record alone are read. What --scan finds in a log\n"
+      "of 64 MiB or more it keeps beside it as LOG.kidx, as kestrav index does.\n"
       "Exit code 3: something is lost, as far as was read.");
   command->callback([options, &exit_code] { exit_code = Info(*options); });
 }

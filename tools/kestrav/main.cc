@@ -48,6 +48,7 @@ int Run(int argc, char** argv) {
   AddDiff(app, exit_code);
   AddExport(app, exit_code);
   AddReport(app, exit_code);
+  AddIndex(app, exit_code);
   try {
     CheckSubcommand(app, argc > 1 ? argv[1] : "");
     app.parse(argc, argv);

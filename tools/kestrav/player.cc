@@ -1,6 +1,7 @@
 #include "player.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "exit_codes.h"
@@ -8,7 +9,9 @@
 #include "kestrav/host/io/file_stream.h"
 #include "kestrav/host/text/string.h"
 #include "log_file.h"
+#include "log_index.h"
 #include "os.h"
+#include "playback_gap.h"
 #include "text.h"
 
 namespace kestrav::tool {
@@ -84,7 +87,7 @@ Player::Player(const std::string& path, const Log& log, const PlayerSettings& se
     Fail("the recorder cannot be set up");
   }
   AddClients(log, settings);
-  if (settings.mode != PlaybackModePassThrough) OpenLog(settings);
+  if (settings.mode != PlaybackModePassThrough) OpenLog(log, settings);
   ApplySettings(settings);
   const auto on_notification = [this](const NotificationInfo& info) {
     output_.Notify(info);
@@ -131,11 +134,29 @@ void Player::AddClients(const Log& log, const PlayerSettings& settings) {
   output_.SetClientWidth(width);
 }
 
-void Player::OpenLog(const PlayerSettings& settings) {
+// The index knows where the records begin that --from asks for. With --history all are wanted.
+std::optional<Gap> Player::SkippedByIndex(const Log& log, const PlayerSettings& settings,
+                                          const std::vector<String>& played) const {
+  if (settings.mode != PlaybackModeNormal || !settings.offset_scnds || settings.history) return {};
+  LogFile file(path_);
+  const std::optional<LogIndex> index = OpenIndex(file);
+  if (!index) return {};
+  std::set<std::uint16_t> ids;
+  for (const auto& client : clients_) {
+    const String string_id = client->GetClientStringID();
+    if (std::ranges::count(played, string_id) == 0) continue;
+    const auto named = log.dictionary.find(string_id);
+    ids.insert(named != log.dictionary.end() ? named->second : client->client_id);
+  }
+  return FindGap(*index, log.header.start_clock, *settings.offset_scnds, ids);
+}
+
+void Player::OpenLog(const Log& log, const PlayerSettings& settings) {
   unsigned int length_ms = 0;
   unsigned int size = 0;
   std::vector<String> offered;
-  if (!engine_.SetPlaybackInputStream(OpenFile(path_))) Fail("the log cannot be opened");
+  const auto stream = std::make_shared<GapStream>(OpenFile(path_));
+  if (!engine_.SetPlaybackInputStream(stream)) Fail("the log cannot be opened");
   if (!engine_.GetPlaybackAttributes(length_ms, size, offered)) {
     Fail(size == 0 ? "the recording was not finished, its header lacks length and duration; "
                      "kestrav repair works them out"
@@ -148,6 +169,8 @@ void Player::OpenLog(const PlayerSettings& settings) {
     Fail("--from " + std::to_string(*settings.offset_scnds) + " is beyond its end at " +
          std::to_string(length_ms / 1000) + " s");
   }
+  // The engine has asked for its attributes; what comes next is the playback.
+  if (const auto gap = SkippedByIndex(log, settings, offered)) stream->LeaveOutOnce(*gap);
 }
 
 void Player::ApplySettings(const PlayerSettings& settings) {

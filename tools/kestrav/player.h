@@ -16,6 +16,7 @@
 #include "kestrav/host/thread/thread_module.h"
 #include "kestrav/types/playback_types.h"
 #include "play_output.h"
+#include "playback_gap.h"
 
 namespace kestrav::tool {
 
@@ -65,7 +66,10 @@ class Player {
   class Client;
 
   void AddClients(const Log& log, const PlayerSettings& settings);
-  void OpenLog(const PlayerSettings& settings);
+  void OpenLog(const Log& log, const PlayerSettings& settings);
+  // `played`: the string ids of the clients that are selected.
+  std::optional<Gap> SkippedByIndex(const Log& log, const PlayerSettings& settings,
+                                    const std::vector<String>& played) const;
   void ApplySettings(const PlayerSettings& settings);
   void Warn(const std::string& text);
   [[noreturn]] void Fail(const std::string& reason) const;

@@ -47,6 +47,10 @@ class RecordFilter {
   double ToMs() const { return to_ms_; }
   // Empty: all.
   const std::set<std::uint16_t>& Ids() const { return ids_; }
+  // Whether it may match records whose times since the start of the log lie within these two.
+  bool MatchesSpan(std::uint32_t earliest_ms, std::uint32_t latest_ms) const {
+    return latest_ms >= from_ms_ && earliest_ms <= to_ms_;
+  }
 
  private:
   const std::uint32_t start_clock_;

@@ -7,10 +7,10 @@
 #include <memory>
 #include <vector>
 
+#include "damage.h"
 #include "log_file.h"
 #include "log_walk.h"
 #include "report_lane.h"
-#include "damage.h"
 #include "scan.h"
 
 namespace kestrav::tool {

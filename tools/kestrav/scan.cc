@@ -20,26 +20,41 @@ void CountRecord(ClientStatistics& client, const BinaryLogRecordHeader& header) 
   client.bytes += header.payload_size;
 }
 
+<<<<<<< HEAD
+=======
+}  // namespace
+
+>>>>>>> i7-index
 double ClientStatistics::RecordsPerSecond() const {
   const std::uint32_t ms = last_time_stamp - first_time_stamp;
   if (records < 2 || ms == 0) return 0;
   return 1000.0 * static_cast<double>(records - 1) / ms;
 }
 
-ScanResult Scan(LogFile& log) {
+ScanResult Scan(LogFile& log, const std::function<void(const LogWalk&)>& look) {
   constexpr std::uint64_t kRecordsBetweenLooks = 1024;
   ScanResult result;
   LogWalk walk(log.Decoder());
   Progress progress;
   DamageCounter damage;
+<<<<<<< HEAD
   while (walk.Next() == kSuccess) {
     const BinaryLogRecordHeader& header = walk.Header();
     damage.CountRecord(walk);
     CountRecord(result.clients[header.client_id], header);
+=======
+  for (;;) {
+    result.end = walk.Next();
+    if (result.end != kSuccess) break;
+    const BinaryLogRecordHeader& header = walk.Header();
+    damage.CountRecord(walk);
+    Count(result.clients[header.client_id], header);
+>>>>>>> i7-index
     if (result.names.IsEmpty()) {
       ReadNames(header.client_id, header.data_id, walk.Payload(), result.names);
     }
     ++result.records;
+    if (look) look(walk);
     if (result.records % kRecordsBetweenLooks == 0 && progress.IsDue()) {
       progress.Show(Counted(result.records, "record", "records") + ", " +
                     std::to_string(100 * std::uint64_t{walk.End()} / log.Size()) + " %");

@@ -1,6 +1,6 @@
 # Completion of kestrav for bash. The lists below are those of `kestrav COMMAND --help`.
 
-_kestrav_commands="import record info cat play repair check recover trim merge split diff export report"
+_kestrav_commands="import record info cat play repair check recover trim merge split diff index export report"
 
 _kestrav_options() {
   case $1 in
@@ -20,6 +20,7 @@ _kestrav_options() {
     merge) echo "--help --output --plain" ;;
     split) echo "--help --every --size --output --force --plain" ;;
     diff) echo "--help --list --json" ;;
+    index) echo "--help --force" ;;
     *) echo "--help --version" ;;
   esac
 }
