@@ -20,11 +20,6 @@ void CountRecord(ClientStatistics& client, const BinaryLogRecordHeader& header) 
   client.bytes += header.payload_size;
 }
 
-<<<<<<< HEAD
-=======
-}  // namespace
-
->>>>>>> i7-index
 double ClientStatistics::RecordsPerSecond() const {
   const std::uint32_t ms = last_time_stamp - first_time_stamp;
   if (records < 2 || ms == 0) return 0;
@@ -37,19 +32,12 @@ ScanResult Scan(LogFile& log, const std::function<void(const LogWalk&)>& look) {
   LogWalk walk(log.Decoder());
   Progress progress;
   DamageCounter damage;
-<<<<<<< HEAD
-  while (walk.Next() == kSuccess) {
-    const BinaryLogRecordHeader& header = walk.Header();
-    damage.CountRecord(walk);
-    CountRecord(result.clients[header.client_id], header);
-=======
   for (;;) {
     result.end = walk.Next();
     if (result.end != kSuccess) break;
     const BinaryLogRecordHeader& header = walk.Header();
     damage.CountRecord(walk);
-    Count(result.clients[header.client_id], header);
->>>>>>> i7-index
+    CountRecord(result.clients[header.client_id], header);
     if (result.names.IsEmpty()) {
       ReadNames(header.client_id, header.data_id, walk.Payload(), result.names);
     }
