@@ -16,10 +16,6 @@ using InfoClientUtility::WriteDictionaryData;
 constexpr std::size_t kMemoryOfAByte = 2 * sizeof(wchar_t);
 constexpr std::size_t kMemoryOfAnEntry = 256;
 
-bool IsAscii(const String& text) {
-  return std::all_of(text.begin(), text.end(), [](wchar_t c) { return c < 0x80; });
-}
-
 // Each byte is one character, as the reader takes them.
 String BytesOf(const String& text) {
   const std::string bytes = Text::ToUtf8(text);
@@ -41,14 +37,20 @@ std::set<String> FieldsOf(Input payload) {
   return fields;
 }
 
+// The room is 57 bytes an entry, the count among them: an entry can need more than its share.
+bool Fits(const Dictionary& dictionary) {
+  std::size_t size = 4;
+  for (const auto& [name, id] : dictionary) {
+    size += Text::ToUtf8(name).size() + 1 + std::to_string(id).size() + 1;
+  }
+  return size <= 57 * dictionary.size();
+}
+
 // Writes what was read and reads it again.
 void WriteBack(const Dictionary& dictionary) {
-  const bool is_usual = std::all_of(dictionary.begin(), dictionary.end(), [](const auto& entry) {
-    return entry.first.size() <= 50 && IsAscii(entry.first);
-  });
   Memory::MemBlock payload;
   const bool written = WriteDictionaryData(dictionary, payload);
-  Require(written || !is_usual, "a dictionary of ASCII string ids can be written");
+  Require(written == Fits(dictionary), "a dictionary is written when it fits");
   if (!written) return;
   Require(LittleEndian32(payload.Data()) == dictionary.size(), "the count is that of the entries");
   Dictionary expected;

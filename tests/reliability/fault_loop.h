@@ -5,6 +5,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
+#include <iterator>
 #include <string>
 #include <thread>
 
@@ -34,25 +36,32 @@ std::uint32_t FailEach(const char* what, Run&& run) {
   return points;
 }
 
-// Waits until no more than `count` allocations are left: a thread that has said that it ended may
-// still be giving its own back. false: there are more, or fewer.
-inline bool LiveAllocationsFallTo(std::int64_t count) {
-  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-  while (LiveAllocations() > count && std::chrono::steady_clock::now() < limit) {
-    std::this_thread::yield();
-  }
-  return LiveAllocations() == count;
+// Waits until `count()` is no more than `limit`: a thread that has said that it ended may still be
+// giving its own back. false: it is more, or less.
+template <class Count>
+bool FallsTo(std::int64_t limit, Count&& count) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (count() > limit && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  return count() == limit;
+}
+
+inline std::int64_t CountThreads() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
 }
 
 // The same for allocations; what a run allocated must be given back.
 template <class Run>
 std::uint32_t FailEachAllocation(Run&& run) {
+  const std::int64_t threads_before = CountThreads();
   run(kNoFault, Extent::kOnce);  // what the process keeps for good is allocated here
+  FallsTo(threads_before, CountThreads);
+  EXPECT_LE(CountThreads(), threads_before);
   return FailEach("allocation", [&](std::uint32_t at, Extent extent) {
     const std::int64_t live_before = LiveAllocations();
     const bool failed = run(at, extent);
     if (testing::Test::HasFailure()) return failed;  // of which the framework keeps notes
-    EXPECT_TRUE(LiveAllocationsFallTo(live_before)) << LiveAllocations() - live_before << " left";
+    EXPECT_TRUE(FallsTo(live_before, LiveAllocations))
+        << LiveAllocations() - live_before << " left";
     return failed;
   });
 }

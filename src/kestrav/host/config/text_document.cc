@@ -200,9 +200,10 @@ bool TextDocument::Set(const std::string& group, const std::string& description,
 }
 
 // `line` behind `before`, the end of a section: with an end of its own, unless the text so far has
-// none at its end.
+// none at its end, or half of one.
 std::string TextDocument::WholeLine(std::string_view before, const std::string& line) const {
-  return before.empty() || before.ends_with('\n') ? line + line_end_ : line_end_ + line;
+  if (before.empty() || before.ends_with('\n')) return line + line_end_;
+  return (before.ends_with('\r') ? "\n" : line_end_) + line;
 }
 
 void TextDocument::AddEntry(Group& group, const std::string& name, const std::string& value) {
