@@ -143,7 +143,7 @@ class NmeaParser final : public TraceParser {
 
 }  // namespace
 
-bool IsNmeaSentence(std::string_view line) { return !Address(line).empty(); }
+bool IsNmeaSentence(std::string_view line) { return !SentenceAddress(line).empty(); }
 
 std::string NmeaDataIdTable() {
   std::string table;
