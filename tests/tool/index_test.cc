@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <limits>
 #include <string>
 #include <utility>
@@ -158,6 +160,30 @@ TEST_P(ReadWithAnIndex, CatPrintsTheSameForAClient) {
   EXPECT_EQ(after.code, before.code);
 }
 
+TEST_P(ReadWithAnIndex, TrimWritesTheSameFromAnyTime) {
+  const std::string out = folder_.Path("out.klog");
+  const std::vector<Arguments> ways = {{"--from", "100", "--to", "130"},
+                                       {"--from", "200"},
+                                       {"--from", "250.5", "--client", "21"},
+                                       {"--from", "300", "--keep-state"},
+                                       {"--from", "1000"}};
+  const auto trim = [&](Arguments way) {
+    way.insert(way.begin(), {"trim", "--plain", log_, "-o", out});
+    Result result = RunTool(way);
+    result.out += ReadFile(out);
+    return result;
+  };
+  std::vector<Result> before;
+  for (const Arguments& way : ways) before.push_back(trim(way));
+  MakeIndex(log_);
+  for (std::size_t i = 0; i < ways.size(); ++i) {
+    const Result after = trim(ways[i]);
+    EXPECT_TRUE(after.out == before[i].out) << testing::PrintToString(ways[i]);
+    EXPECT_EQ(after.err, before[i].err);
+    EXPECT_EQ(after.code, before[i].code);
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Logs, ReadWithAnIndex,
                          testing::Values(Case{"Plain", Plain}, Case{"Scrambled", Scrambled},
                                          Case{"DamagedPlain", DamagedPlain},
@@ -181,6 +207,34 @@ TEST(Index, LeadsCatPastWhatLiesBefore) {
   EXPECT_EQ(RunTool(late).out, before.out);
   std::filesystem::remove(index);
   EXPECT_NE(RunTool(late).out, before.out);
+}
+
+LogBuilder WithARecordAt(std::uint32_t time_ms, std::size_t& offset) {
+  LogBuilder log = ManyRecords(0x31, 6000);
+  offset = log.Size();
+  log.Record(21, 1, time_ms, "now or then");
+  AppendLong(log, 12000, kLongLogStart + 120000);
+  return log;
+}
+
+// A record that would draw all later ones behind it is put there behind the index's back.
+TEST(Index, LeadsTrimPastWhatLiesBefore) {
+  const Folder folder;
+  std::size_t at = 0;
+  const Bytes changed = WithARecordAt(kLongLogStart + 3600000, at).Build();
+  const std::string log = WriteTo(folder, "a.klog", WithARecordAt(kLongLogStart + 120000, at));
+  const std::string out = folder.Path("out.klog");
+  const auto trimmed = [&] {
+    EXPECT_EQ(RunTool({"trim", "--plain", "--from", "300", log, "-o", out}).code, 0);
+    return ReadFile(out);
+  };
+  const std::string before = trimmed();
+  const std::string index = MakeIndex(log);
+  const auto record = changed.begin() + static_cast<std::ptrdiff_t>(at);
+  Overwrite(log, at, std::string(record, record + 31));
+  EXPECT_TRUE(trimmed() == before);
+  std::filesystem::remove(index);
+  EXPECT_FALSE(trimmed() == before);
 }
 
 TEST(Index, SaysWhatItHasMadeAndThatNothingIsToDo) {
@@ -233,72 +287,6 @@ TEST(Index, HoldsForALogWithoutRecordsAndForAnUnfinishedOne) {
     EXPECT_EQ(RunTool({"index", path}).out, path + ".kidx: up to date\n");
     EXPECT_EQ(Scan(path).out, before);
   }
-}
-
-TEST(StaleIndex, IsPassedOverAndMadeAnew) {
-  const Folder folder;
-  const LogBuilder log = ManyRecords(3, 1000);
-  const std::string path = WriteTo(folder, "a.klog", log);
-  MakeIndex(path);
-  LogBuilder longer = ManyRecords(3, 1000);
-  longer.Record(21, 1, 90000, "one more");
-  WriteTo(folder, "a.klog", longer);
-  EXPECT_EQ(nlohmann::json::parse(Scan(path).out)["scan"]["records"], 1002);
-  EXPECT_THAT(RunTool({"index", path}).out, HasSubstr("1,002 records"));
-}
-
-TEST(StaleIndex, IsKnownByTheTimeOfTheLogAlone) {
-  const Folder folder;
-  const std::string path = WriteTo(folder, "a.klog", ManyRecords(3, 1000));
-  MakeIndex(path);
-  const auto time = std::filesystem::last_write_time(path);
-  std::filesystem::last_write_time(path, time + std::chrono::milliseconds(1));
-  EXPECT_THAT(RunTool({"index", path}).out, HasSubstr("1,001 records"));
-}
-
-TEST(StaleIndex, IsKnownByBothEndsOfTheLogAlone) {
-  const Folder folder;
-  const LogBuilder log = ManyRecords(0, 18000);
-  const std::string path = WriteTo(folder, "a.klog", log);
-  for (const std::size_t offset : {std::size_t{27}, log.RecordOffset(5), log.RecordOffset(17990)}) {
-    MakeIndex(path);
-    Overwrite(path, offset, "?");
-    EXPECT_THAT(RunTool({"index", path}).out, HasSubstr("checkpoints")) << offset;
-  }
-}
-
-TEST(ForeignIndex, IsPassedOver) {
-  const Folder folder;
-  const std::string one = WriteTo(folder, "a.klog", ManyRecords(0, 10));
-  const std::string other = WriteTo(folder, "b.klog", ManyRecords(0, 20));
-  const std::string truth = Scan(other).out;
-  std::filesystem::copy_file(MakeIndex(one), other + ".kidx");
-  EXPECT_EQ(Scan(other).out, truth);
-  folder.Write("b.klog.kidx", "a note that somebody wrote");
-  EXPECT_EQ(Scan(other).out, truth);
-}
-
-TEST(DamagedIndex, IsAsGoodAsNone) {
-  const Folder folder;
-  const std::string log = WriteTo(folder, "a.klog", ManyRecords(0, 30));
-  const std::string truth = Scan(log).out;
-  const std::string good = ReadFile(MakeIndex(log));
-  const auto expect_the_truth = [&](const std::string& index) {
-    folder.Write("a.klog.kidx", index);
-    const Result result = Scan(log);
-    EXPECT_EQ(result.code, 0);
-    EXPECT_EQ(result.out, truth);
-  };
-  for (std::size_t at = 0; at < good.size(); at += 9) {
-    std::string damaged = good;
-    damaged[at] = static_cast<char>(damaged[at] ^ 0x10);
-    expect_the_truth(damaged);
-  }
-  for (const std::size_t size :
-       {std::size_t{0}, std::size_t{7}, std::size_t{160}, good.size() - 1}) {
-    expect_the_truth(good.substr(0, size));
-  }
-  expect_the_truth(good + "x");
 }
 
 TEST(Index, NeverOverwritesTheLog) {

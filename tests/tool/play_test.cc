@@ -239,6 +239,7 @@ TEST(Play, RefusesWrongUsage) {
                                      {"x", "--rewind", "0"},
                                      {"x", "--client"},
                                      {"x", "--unpaced", "--speed", "2"},
+                                     {"x", "--unpaced", "--from", "2"},
                                      {"x", "--mode", "polling", "--speed", "2"},
                                      {"x", "--mode", "polling", "--virtual"},
                                      {"x", "--mode", "pass-through", "--from", "1"},

@@ -231,6 +231,26 @@ TEST(Trim, HandsOnWhatCanBeReadOfADamagedLog) {
   }
 }
 
+TEST(Trim, TellsTheLossOfWhatItWasAskedForAlone) {
+  const Folder folder;
+  const LogBuilder drive = Drive();
+  std::string content(ReadFile(WriteLogAs(folder, "whole.klog", drive)));
+  content[drive.RecordOffset(40) + 21] ^= 1;
+  const std::string log = folder.Write("a.klog", content);
+  const std::string out = folder.Path("out.klog");
+  const auto trim = [&](Arguments more) {
+    more.insert(more.begin(), {"trim", log, "-o", out});
+    const Result result = RunTool(more);
+    EXPECT_EQ(Lines(result.err).size(), result.code == 3 ? 1U : 0U) << result.err;
+    return result.code;
+  };
+  EXPECT_EQ(trim({}), 3);
+  EXPECT_EQ(trim({"--from", "0.1"}), 3);
+  EXPECT_EQ(trim({"--from", "7"}), 0);
+  EXPECT_EQ(trim({"--from", "7", "--keep-state"}), 3) << "it may have been the last of its kind";
+  EXPECT_EQ(trim({"--to", "0.1"}), 0);
+}
+
 TEST(Trim, SaysThatARecordingWasNotFinished) {
   const Folder folder;
   std::string content = ReadFile(WriteLogAs(folder, "a.klog", Drive()));

@@ -102,7 +102,8 @@ void ShowProgress(Progress& progress, LogFile& log, std::uint64_t records) {
 
 ExitCode Cat(const CatOptions& options) {
   LogFile log(options.log);
-  std::optional<LogIndex> index = OpenIndex(log);
+  const bool begins_later = options.filter.from_scnds > 0;
+  std::optional<LogIndex> index = begins_later ? OpenIndex(log) : ReadIndex(log);
   const ClientNames names = index ? index->scan.names : FindNames(options.log);
   const RecordFilter filter(options.filter, log, names);
   RecordSource records(log, filter, std::move(index));

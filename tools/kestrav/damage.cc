@@ -10,7 +10,11 @@ void DamageCounter::CountRecord(const LogWalk& walk) {
   const std::uint64_t index = walk.Header().record_index;
   if (index > expected_index_) damage_.missing_records += index - expected_index_;
   if (index < expected_index_) ++damage_.misplaced_records;
-  expected_index_ = index + 1;
+  PassRecord(walk);
+}
+
+void DamageCounter::PassRecord(const LogWalk& walk) {
+  expected_index_ = std::uint64_t{walk.Header().record_index} + 1;
 }
 
 void DamageCounter::CountEnd(const LogFile& log, const LogWalk& walk) {

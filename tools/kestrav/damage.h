@@ -25,8 +25,9 @@ struct Damage {
 // Counts the damage that a walk from the start of a log comes across.
 class DamageCounter {
  public:
-  // Behind each record.
+  // Behind each record: what was lost in front of it counts, or is of no interest.
   void CountRecord(const LogWalk& walk);
+  void PassRecord(const LogWalk& walk);
   // Behind the last one.
   void CountEnd(const LogFile& log, const LogWalk& walk);
 

@@ -38,7 +38,7 @@ ExitCode IndexOne(const std::string& path, bool force, Output& output) {
   LogFile log(path);
   std::string told = "up to date";
   std::optional<LogIndex> index;
-  if (!force) index = OpenIndex(log);
+  if (!force) index = ReadIndex(log);
   if (!index) index = MakeIndex(log, told);
   output.Text() += OneLine(IndexPath(path)) + ": " + told + "\n";
   output.Flush();
@@ -75,8 +75,10 @@ void AddIndex(CLI::App& app, ExitCode& exit_code) {
   command->add_flag("--force", options->force, "Also where there is an index that fits");
   command->footer(
       "Writes LOG.kidx: what each client recorded, and where to find any time of the log. With it\n"
-      "info --scan, cat and play --from answer at once, and the same. It may be deleted at any\n"
-      "time; one that is damaged or does not fit the log, which may have grown, is passed over.\n"
+      "info --scan and the --from of cat, play and trim answer at once, and the same. It may be\n"
+      "deleted at any time. One that is damaged or does not fit the log, which may have changed, "
+      "is\n"
+      "not used; these commands make it anew, unless the log may still grow.\n"
       "Exit code 3: a log is damaged, as kestrav info --scan tells.");
   command->callback([options, &exit_code] { exit_code = Index(*options); });
 }

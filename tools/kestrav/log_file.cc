@@ -35,6 +35,12 @@ LogFile::LogFile(const std::string& path) : path_(path), stream_(OpenStream()) {
   if (!is_log) throw Failure(path + ": not a log");
 }
 
+void LogFile::GoTo(std::uint32_t checkpoint) {
+  if (decoder_.Initialize() && decoder_.SetOffset(checkpoint)) return;
+  CheckReads();
+  throw Failure(path_ + ": changes while it is read");
+}
+
 bool LogFile::Reopen(BinaryLogStreamHeader& header) {
   const SmartPtr::Ptr<Stream> stream = OpenStream();
   const std::uint64_t size = stream->Remaining();

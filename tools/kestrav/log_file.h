@@ -32,6 +32,10 @@ class LogFile {
     return time_stamp - Header().start_clock;
   }
 
+  // Stands at a checkpoint of the log's index, as if all before it had been read. Throws `Failure`
+  // when the file does not reach there any more.
+  void GoTo(std::uint32_t checkpoint);
+
   // Opens the file anew, with what was written to it since; the decoder stays where it stands and
   // keeps its header, `header` is what the file has now. false: the file does not reach there any
   // more, or is no log, and nothing changed. Throws `Failure` when it cannot be opened.

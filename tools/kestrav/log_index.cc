@@ -82,12 +82,35 @@ void WriteFile(const std::string& path, const std::string& name, const std::stri
   throw Failure(name + ": " + ErrorText(file.Error() != 0 ? file.Error() : EIO));
 }
 
+bool IsFinished(const LogFile& log) { return log.Header().stream_length != 0; }
+
+// Whether a log that does not grow any more has an index, of whatever log. It may be damaged.
+bool HasAnIndex(const LogFile& log) {
+  std::error_code error;
+  const std::string path = IndexPath(log.Path());
+  if (!IsFinished(log) || !std::filesystem::is_regular_file(path, error)) return false;
+  std::string start(kIndexMagic.size(), '\0');
+  std::ifstream file(path, std::ios::binary);
+  return file.read(start.data(), static_cast<std::streamsize>(start.size())) &&
+         start == kIndexMagic;
+}
+
+// Nobody asked for it to be kept, so where it cannot be that is no failure.
+LogIndex RenewIndex(LogFile& log) {
+  const LogIdentity identity = IdentityOf(log);
+  LogIndex index = BuildIndex(log);
+  try {
+    static_cast<void>(KeepIndex(log, identity, index));
+  } catch (const Failure&) {
+  }
+  return index;
+}
+
 }  // namespace
 
-std::size_t LogIndex::FirstBlockFrom(double from_ms) const {
-  const auto found = std::ranges::find_if(
-      blocks, [from_ms](const IndexBlock& block) { return block.latest_ms >= from_ms; });
-  return static_cast<std::size_t>(found - blocks.begin());
+std::size_t LogIndex::FirstBlockFrom(double from_ms, std::size_t begin) const {
+  while (begin < blocks.size() && blocks[begin].latest_ms < from_ms) ++begin;
+  return std::min(begin, blocks.size());
 }
 
 std::string IndexPath(const std::string& log_path) { return log_path + ".kidx"; }
@@ -99,13 +122,21 @@ LogIndex BuildIndex(LogFile& log) {
   return index;
 }
 
-std::optional<LogIndex> OpenIndex(LogFile& log) {
+std::optional<LogIndex> ReadIndex(LogFile& log) {
   constexpr std::uintmax_t kLargestIndex = 64 * 1024 * 1024;  // what is larger is something else
   std::error_code error;
   const std::string path = IndexPath(log.Path());
   if (!std::filesystem::is_regular_file(path, error)) return std::nullopt;
   if (std::filesystem::file_size(path, error) > kLargestIndex || error) return std::nullopt;
   return ParseIndex(FileContent(path), IdentityOf(log));
+}
+
+std::optional<LogIndex> OpenIndex(LogFile& log) {
+  std::optional<LogIndex> kept = ReadIndex(log);
+  if (kept || !HasAnIndex(log)) return kept;
+  LogFile whole(log.Path());
+  static_cast<void>(RenewIndex(whole));
+  return ReadIndex(log);
 }
 
 std::uint64_t KeepIndex(LogFile& log, const LogIdentity& identity, const LogIndex& index) {
@@ -122,16 +153,9 @@ std::uint64_t KeepIndex(LogFile& log, const LogIdentity& identity, const LogInde
 }
 
 ScanResult ScanWithIndex(LogFile& log) {
-  if (const std::optional<LogIndex> kept = OpenIndex(log)) return kept->scan;
-  if (log.Size() < kLargeLog || log.Header().stream_length == 0) return Scan(log);
-  const LogIdentity identity = IdentityOf(log);
-  LogIndex index = BuildIndex(log);
-  try {
-    static_cast<void>(KeepIndex(log, identity, index));
-  } catch (const Failure&) {
-    // Nobody asked for it, and the next walk finds the same.
-  }
-  return std::move(index.scan);
+  if (const std::optional<LogIndex> kept = ReadIndex(log)) return kept->scan;
+  const bool is_large = IsFinished(log) && log.Size() >= kLargeLog;
+  return is_large || HasAnIndex(log) ? RenewIndex(log).scan : Scan(log);
 }
 
 }  // namespace kestrav::tool

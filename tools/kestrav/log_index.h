@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "log_file.h"
@@ -36,8 +37,9 @@ struct LogIndex {
   ScanResult scan;
   std::vector<IndexBlock> blocks;  // in the order of the log; all its whole records are in them
 
-  // The first block with a record at this time of the log or later; blocks.size(): there is none.
-  std::size_t FirstBlockFrom(double from_ms) const;
+  // The first block, not counting those before `begin`, with a record at this time of the log or
+  // later; blocks.size(): there is none.
+  std::size_t FirstBlockFrom(double from_ms, std::size_t begin) const;
 };
 
 std::string IndexPath(const std::string& log_path);
@@ -47,17 +49,22 @@ LogIndex BuildIndex(LogFile& log);
 
 // The index that is kept beside the log. Empty: there is none, it is damaged, or it is that of
 // another log or of an earlier state of this one.
+std::optional<LogIndex> ReadIndex(LogFile& log);
+
+// As `ReadIndex`, for a reading that wants to begin further on. An index that does not fit is made
+// anew, at the cost of a walk, when the recording is finished.
 std::optional<LogIndex> OpenIndex(LogFile& log);
 
 // Keeps an index beside the log of which `identity` was taken before it was built. Returns its
 // size. Throws `Failure` when the log has changed since, or the file cannot be written.
 std::uint64_t KeepIndex(LogFile& log, const LogIdentity& identity, const LogIndex& index);
 
-// The kept index's results, or those of a walk. A large log whose recording is finished is given an
-// index then, where the folder allows it.
+// The kept index's results, or those of a walk. A log whose recording is finished is given an index
+// then, where the folder allows it, when it is large or has one that does not fit.
 ScanResult ScanWithIndex(LogFile& log);
 
-// The bytes of the file.
+// The bytes of the file, and what they begin with.
+inline constexpr std::string_view kIndexMagic = "KIDX";
 std::string IndexBytes(const LogIdentity& identity, const LogIndex& index);
 // Empty: the bytes are no index, damaged, or that of another log.
 std::optional<LogIndex> ParseIndex(const std::string& bytes, const LogIdentity& identity);

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <span>
+#include <string_view>
 #include <utility>
 
 #include "kestrav/clients/dictionary_record.h"
@@ -11,10 +12,9 @@
 namespace kestrav::tool {
 namespace {
 
-constexpr std::uint32_t kMagic = 0x5844494B;  // "KIDX"
 constexpr std::uint32_t kVersion = 1;
 
-std::span<const std::uint8_t> Bytes(const std::string& text) {
+std::span<const std::uint8_t> Bytes(std::string_view text) {
   return {reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
 }
 
@@ -184,7 +184,7 @@ IndexBlock GetBlock(ByteReader& in) {
 
 std::string IndexBytes(const LogIdentity& identity, const LogIndex& index) {
   ByteWriter out;
-  out.Put(kMagic);
+  out.Put(Bytes(kIndexMagic));
   out.Put(kVersion);
   Put(out, identity);
   out.Put(index.scan.records);
@@ -204,8 +204,8 @@ std::optional<LogIndex> ParseIndex(const std::string& bytes, const LogIdentity& 
   const std::size_t size = bytes.size() - kSumSize;
   ByteReader sum(Bytes(bytes).last(kSumSize));
   ByteReader in(Bytes(bytes).first(size));
-  const bool known = in.Get<std::uint32_t>() == kMagic && in.Get<std::uint32_t>() == kVersion &&
-                     GetIdentity(in) == identity;
+  const bool known = std::ranges::equal(in.Take(kIndexMagic.size()), Bytes(kIndexMagic)) &&
+                     in.Get<std::uint32_t>() == kVersion && GetIdentity(in) == identity;
   if (!known) return std::nullopt;
   if (AddToSum(kEmptySum, Bytes(bytes).first(size)) != sum.Get<std::uint64_t>()) {
     return std::nullopt;

@@ -18,6 +18,8 @@ class LogWalk {
 
   // Steps to the next record that is whole. Any other code than kSuccess ends the walk.
   ResultCode Next();
+  // Goes on where the decoder has been set to.
+  void Restart() { end_ = decoder_.Getoffset(); }
   // After a step that failed: the next one tries the same again, with what the stream has by then.
   void StepBack();
 

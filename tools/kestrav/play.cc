@@ -138,7 +138,11 @@ ExitCode Play(const Options& options) {
 }
 
 void Check(const CLI::App& command, const Options& options) {
-  if (options.player.mode == PlaybackModeNormal) return;
+  if (options.player.mode == PlaybackModeNormal) {
+    // The recorder paces up to that time, and at speed 0 such a wait has no end.
+    if (!options.unpaced || command.count("--from") == 0) return;
+    throw CLI::ValidationError("--from does not go with --unpaced; --virtual also plays at once");
+  }
   for (const char* const name : {"--speed", "--from", "--rewind", "--history", "--virtual"}) {
     if (command.count(name) == 0) continue;
     throw CLI::ValidationError(std::string(name) + " goes with --mode normal only");
@@ -183,7 +187,9 @@ void AddOptions(CLI::App& command, Options& options) {
       ->option_text("SECONDS");
   AddChoice(command, "--format", options.format,
             {{"text", PlayFormat::kText}, {"jsonl", PlayFormat::kJsonl}}, "What to print (text)");
-  command.add_flag("--unpaced", options.unpaced, "Play without waiting between records")
+  command
+      .add_flag("--unpaced", options.unpaced,
+                "Play without waiting between records, not with --from")
       ->excludes(speed);
   command.add_flag("--virtual", options.virtual_time,
                    "Print at once what a run in real time would, with its wall times");

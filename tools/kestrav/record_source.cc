@@ -26,10 +26,7 @@ ResultCode RecordSource::NextBlock() {
   while (block_ < blocks.size() && !MayHold(blocks[block_])) ++block_;
   if (block_ == blocks.size()) return index_->scan.end;
   const IndexBlock& block = blocks[block_];
-  if (block_ != follows) {
-    BinaryDecoder& decoder = log_.Decoder();
-    if (!decoder.Initialize() || !decoder.SetOffset(block.offset)) return kDamaged;
-  }
+  if (block_ != follows) log_.GoTo(block.offset);
   left_ = block.records;
   next_ordinal_ = block.first_record;
   ++block_;

@@ -19,7 +19,7 @@ class RecordSource {
   RecordSource(LogFile& log, const RecordFilter& filter, std::optional<LogIndex> index);
 
   // Reads the next record. Another code than kSuccess ends the walk: the one that ends a walk
-  // through the whole log.
+  // through the whole log. Throws `Failure` when the log has changed.
   ResultCode Next(LogMessage& message);
 
   // How many whole records of the log stand before the one read last.

@@ -1,6 +1,7 @@
 #ifndef KESTRAV_TOOLS_SOURCE_LOG_H_
 #define KESTRAV_TOOLS_SOURCE_LOG_H_
 
+#include <algorithm>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -8,6 +9,7 @@
 #include "damage.h"
 #include "log_file.h"
 #include "log_front.h"
+#include "log_index.h"
 #include "log_walk.h"
 
 namespace kestrav::tool {
@@ -25,6 +27,10 @@ class SourceLog {
   const LogFront& Front() const { return found_.front; }
   // Of the clients that have records, when there is no dictionary.
   const std::set<std::uint16_t>& Ids() const { return found_.ids; }
+
+  // Nobody asks for what lies before this time of the log: its loss is not told and, where there is
+  // an index, most of it is not read. To be called before the first step.
+  void StartFrom(double from_ms);
 
   // Steps to the next record that is whole. false: there is none. Throws `Failure` when the file
   // cannot be read.
@@ -47,6 +53,21 @@ class SourceLog {
   bool ReportLoss(const std::string& command) const;
 
  private:
+  // Blocks of the index between the first one, which tells how the time begins, and the last one
+  // that holds no record to be asked for, which tells the index of the first that is.
+  struct Gap {
+    std::uint32_t begin = 0;  // 0: there is none
+    std::uint32_t end = 0;
+    std::uint32_t latest_ms = 0;  // the greatest of its records' times
+  };
+
+  Gap FindGap(const LogIndex& index) const;
+  void LeaveOutGap();
+  void CountTime();
+  void CountDamage();
+  bool IsAskedFor() const {
+    return static_cast<double>(std::max<std::int64_t>(at_ms_, 0)) >= from_ms_;
+  }
   bool IsWhole() const { return ended_ && log_.Header().stream_length == walk_.End(); }
 
   LogFile log_;
@@ -54,6 +75,8 @@ class SourceLog {
   LogWalk walk_;
   BinaryLogRecordHeader header_;
   DamageCounter damage_;
+  double from_ms_ = 0;
+  Gap gap_;
   bool ended_ = false;
   bool any_ = false;
   std::uint64_t steps_back_ = 0;

@@ -68,6 +68,7 @@ class Trimmer {
         out_(options.out, {options.log}, options.plain) {}
 
   ExitCode Run() {
+    if (!options_.keep_state) source_.StartFrom(filter_.FromMs());
     Begin();
     const bool stopped = WriteRecords();
     if (options_.keep_state && !in_window_) WriteState();
@@ -171,8 +172,8 @@ void AddTrim(CLI::App& app, ExitCode& exit_code) {
       "their time of day; those that --keep-state brings stand at its start. Its dictionary names "
       "the\n"
       "clients that --client names, or all. Damaged records are left out. Exit code 3: something "
-      "was\n"
-      "lost.");
+      "of\n"
+      "what was asked for, or of the state before it, was lost.");
   command->callback([options, &exit_code] { exit_code = Trimmer(*options).Run(); });
 }
 
