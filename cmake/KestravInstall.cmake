@@ -44,4 +44,8 @@ function(kestrav_install_tool)
   install(FILES ${PROJECT_SOURCE_DIR}/tools/kestrav/completion/kestrav.bash
           DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kestrav
           COMPONENT tools)
+  # Readers for other programs.
+  install(FILES ${PROJECT_SOURCE_DIR}/python/kestrav_log.py ${PROJECT_SOURCE_DIR}/docs/formats/klog.lua
+                ${PROJECT_SOURCE_DIR}/docs/formats/klog.ksy
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/kestrav COMPONENT tools)
 endfunction()

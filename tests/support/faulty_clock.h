@@ -31,8 +31,8 @@ class FaultyClock final : public Time::ISource {
   bool Wait(Time::Waiter& waiter, std::uint32_t timeout_ms) override {
     return manual_.Wait(waiter, timeout_ms);
   }
-  void OnThreadStarting() override { manual_.OnThreadStarting(); }
-  void OnThreadRunning() override { manual_.OnThreadRunning(); }
+  std::uint64_t OnThreadStarting() override { return manual_.OnThreadStarting(); }
+  void OnThreadRunning(std::uint64_t number) override { manual_.OnThreadRunning(number); }
   void OnThreadEnded() override { manual_.OnThreadEnded(); }
 
   FaultPoint readings;

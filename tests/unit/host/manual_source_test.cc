@@ -156,6 +156,22 @@ TEST_F(ManualWaits, WithEqualTimesWakeInTheOrderInWhichTheyBegan) {
   EXPECT_THAT(wakes_.All(), ElementsAre(Pair("first", 20), Pair("second", 20), Pair("third", 20)));
 }
 
+TEST_F(ManualWaits, ThatBeganTogetherWakeInTheOrderInWhichTheirThreadsStarted) {
+  Time::Waiter gate;
+  FunctionThread first([&] {
+    Time::Source().Wait(gate, kNoLimit);
+    Time::Waiter waiter;
+    EXPECT_FALSE(Time::Source().Wait(waiter, 20));
+    wakes_.Tell({"first", NowMs()});
+  });
+  ASSERT_TRUE(first.Start());
+  Start("second", {20});
+  gate.Notify();
+  clock_->Settle();
+  clock_->Advance(20);
+  EXPECT_THAT(wakes_.All(), ElementsAre(Pair("first", 20), Pair("second", 20)));
+}
+
 TEST_F(ManualWaits, OneThreadIsBackAtRestBeforeTheNextWakes) {
   Start("often", {10, 5, 4, 3});
   Start("once", {20});

@@ -1,5 +1,6 @@
 #include "kestrav/host/thread/worker_thread.h"
 
+#include <cstdint>
 #include <utility>
 
 #include "kestrav/host/memory/try.h"
@@ -15,14 +16,14 @@ bool WorkerThread::SetName(std::wstring_view name) {
 bool WorkerThread::Start(ThreadModule& owner, const StartOptions& options) {
   ScopedLock lock(mutex_);
   Time::ISource* const source = &Time::Source();
-  source->OnThreadStarting();
+  const std::uint64_t number = source->OnThreadStarting();
   SmartPtr::Ptr<IThread> thread;
   String name;
   bool started = Memory::Copy(name, name_);
   started = started && Memory::Try([&, previous = thread_]() mutable {
               // The thread waits for the run before it, so that at most one `Main` runs.
-              auto body = [this, source, previous = std::move(previous)]() mutable {
-                source->OnThreadRunning();
+              auto body = [this, source, number, previous = std::move(previous)]() mutable {
+                source->OnThreadRunning(number);
                 if (previous) previous->Join();
                 previous.reset();
                 Main();

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <limits>
+#include <tuple>
 
 namespace kestrav::Time {
 namespace {
 
-thread_local bool is_worker = false;
+thread_local std::uint64_t worker = 0;
 
 }  // namespace
 
@@ -90,7 +91,7 @@ bool ManualSource::Wait(Waiter& waiter, std::uint32_t timeout_ms) {
   Thread::ScopedLock lock(mutex_);
   const bool limited = timeout_ms != kNoLimit;
   if (timeout_ms == 0) return waiter.IsNotified();
-  Pending self{&waiter, is_worker, limited, elapsed_ms_ + timeout_ms, false, nullptr};
+  Pending self{&waiter, worker, limited, elapsed_ms_, elapsed_ms_ + timeout_ms, false, nullptr};
   Add(self);
   changed_.notify_all();
   lock.Unlock();
@@ -113,12 +114,13 @@ void ManualSource::Remove(Pending& pending) {
   *at = pending.next;
 }
 
-void ManualSource::OnThreadStarting() {
+std::uint64_t ManualSource::OnThreadStarting() {
   Thread::ScopedLock lock(mutex_);
   ++workers_;
+  return ++started_workers_;
 }
 
-void ManualSource::OnThreadRunning() { is_worker = true; }
+void ManualSource::OnThreadRunning(std::uint64_t number) { worker = number; }
 
 void ManualSource::OnThreadEnded() {
   Thread::ScopedLock lock(mutex_);
@@ -129,7 +131,7 @@ void ManualSource::OnThreadEnded() {
 bool ManualSource::AllRest() {
   std::uint32_t resting = 0;
   for (const Pending* p = pending_; p != nullptr; p = p->next) {
-    if (p->worker && !p->waiter->IsNotified()) ++resting;
+    if (p->worker != 0 && !p->waiter->IsNotified()) ++resting;
   }
   return resting == workers_;
 }
@@ -141,11 +143,16 @@ void ManualSource::WaitUntilAllRest() NO_THREAD_SAFETY_ANALYSIS {
   lock.release();
 }
 
+// Threads that run side by side may begin to wait in either order, which must not show.
+bool ManualSource::Pending::IsBefore(const Pending& other) const {
+  return std::tie(due_ms, began_ms, worker) < std::tie(other.due_ms, other.began_ms, other.worker);
+}
+
 ManualSource::Pending* ManualSource::NextDue(std::uint64_t until_ms) {
   Pending* next = nullptr;
   for (Pending* p = pending_; p != nullptr; p = p->next) {
     if (!p->limited || p->due_ms > until_ms || p->waiter->IsNotified()) continue;
-    if (next == nullptr || p->due_ms < next->due_ms) next = p;
+    if (next == nullptr || p->IsBefore(*next)) next = p;
   }
   return next;
 }

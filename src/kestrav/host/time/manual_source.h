@@ -26,8 +26,9 @@ class KESTRAV_API ManualSource final : public ISource {
   void Settle();
 
   // Settles, then lets `ms` pass: the waits and timers that come due are woken one after the other
-  // in the order of their times, equal times in the order in which the waits began, each at its own
-  // time and each worker thread back at rest before the next. Settled on return.
+  // in the order of their times, equal times in the order in which the waits began, and those that
+  // began together in the order in which their threads started; each at its own time and each
+  // worker thread back at rest before the next. Settled on return.
   void Advance(std::uint32_t ms);
 
   // Settles, then advances to the next time at which a wait comes due. false: none will.
@@ -49,19 +50,22 @@ class KESTRAV_API ManualSource final : public ISource {
   [[nodiscard]] bool ReadMs(std::uint32_t& now_ms) override;
   [[nodiscard]] bool ReadWallClockScnds(std::int64_t& now_scnds) override;
   bool Wait(Waiter& waiter, std::uint32_t timeout_ms) override;
-  void OnThreadStarting() override;
-  void OnThreadRunning() override;
+  std::uint64_t OnThreadStarting() override;
+  void OnThreadRunning(std::uint64_t number) override;
   void OnThreadEnded() override;
 
  private:
   // Stands on the stack of the waiting thread, so a wait allocates nothing.
   struct Pending {
     Waiter* waiter;
-    bool worker;
+    std::uint64_t worker;  // 0: no worker thread
     bool limited;
+    std::uint64_t began_ms;
     std::uint64_t due_ms;
     bool expired;
     Pending* next;
+
+    bool IsBefore(const Pending& other) const;
   };
 
   void Add(Pending& pending) REQUIRES(mutex_);
@@ -77,7 +81,8 @@ class KESTRAV_API ManualSource final : public ISource {
   std::condition_variable changed_;
   std::uint64_t elapsed_ms_ GUARDED_BY(mutex_) = 0;
   std::uint32_t workers_ GUARDED_BY(mutex_) = 0;
-  Pending* pending_ GUARDED_BY(mutex_) = nullptr;  // in the order in which the waits began
+  std::uint64_t started_workers_ GUARDED_BY(mutex_) = 0;
+  Pending* pending_ GUARDED_BY(mutex_) = nullptr;
   bool failing_ms_ GUARDED_BY(mutex_) = false;
   std::uint32_t readings_left_ GUARDED_BY(mutex_) = 0;
   bool failing_wall_ GUARDED_BY(mutex_) = false;
