@@ -112,17 +112,14 @@ class Trimmer {
     }
   }
 
-  // Whether it ended before the log did: behind so many later records comes no earlier one.
+  // Whether it ended before the log did: times never go back.
   bool WriteRecords() {
-    constexpr int kEnough = 256;
-    int later = 0;
     while (source_.Next()) {
       const auto at_ms = static_cast<double>(std::max<std::int64_t>(source_.AtMs(), 0));
-      later = at_ms > filter_.ToMs() ? later + 1 : 0;
-      if (later == kEnough) return true;
-      if (later == 0 && IsWanted()) Take(at_ms);
+      if (at_ms > filter_.ToMs()) return true;
+      if (IsWanted()) Take(at_ms);
     }
-    return later > 0;
+    return false;
   }
 
   // A dictionary of all clients would be wrong where only some are.
