@@ -106,6 +106,14 @@ TEST_F(Report, KeepsTheFirstRecordsAndTheStartOfLongOnes) {
   EXPECT_EQ(MakeReport(log, {"--records", "0"}).data["records"], json::array());
 }
 
+// Where the page may draw the records that it holds, instead of counts of all.
+TEST_F(Report, TellsFromWhenOnRecordsAreLeftOut) {
+  LogBuilder log;
+  for (const std::uint32_t at : {10, 5000, 9000, 4000, 9500}) log.Record(21, 1, at, "x");
+  EXPECT_EQ(MakeReport(log).Summary()["first_left_out_ms"], nullptr);
+  EXPECT_EQ(MakeReport(log, {"--records", "3"}).Summary()["first_left_out_ms"], 4000);
+}
+
 TEST_F(Report, ShowsOnlyWhatIsAskedFor) {
   const ReportRun run = MakeReport(SmallLog(), {"--client", "GPS", "--from", "1", "--to", "5"});
   EXPECT_EQ(run.Summary()["records"], 1);

@@ -41,7 +41,11 @@ void Walk(LogFile& log, const RecordFilter& filter, std::uint64_t most_records, 
     const std::int64_t at_ms = data.Look(walk);
     if (filter.Matches(header.client_id, header.time_stamp)) {
       data.Count(walk, at_ms);
-      if (page.Records() < most_records) page.AddRecord(header, at_ms, walk.Payload());
+      if (page.Records() < most_records) {
+        page.AddRecord(header, at_ms, walk.Payload());
+      } else {
+        data.LeaveOut(at_ms);
+      }
     }
     if (data.AllRecords() % kRecordsBetweenLooks == 0 && progress.IsDue()) {
       progress.Show(Counted(data.AllRecords(), "record", "records") + ", " +

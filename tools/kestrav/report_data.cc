@@ -45,6 +45,10 @@ void ReportData::Count(const LogWalk& walk, std::int64_t at_ms) {
   if (const std::optional<Fix> fix = ReadFix(Text(walk.Payload()))) lane.track.Add(at_ms, *fix);
 }
 
+void ReportData::LeaveOut(std::int64_t at_ms) {
+  first_left_out_ms_ = std::min(first_left_out_ms_.value_or(at_ms), at_ms);
+}
+
 void ReportData::End(const LogFile& log, const LogWalk& walk) {
   damage_.CountEnd(log, walk);
   const std::uint64_t lost = damage_.Found().trailing_bytes + damage_.Found().cut_bytes;
