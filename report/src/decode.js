@@ -145,13 +145,13 @@ export function searchText(record) {
   return record.text;
 }
 
-// Rows of sixteen bytes: offset, hex, characters.
+// Rows of eight bytes, which fit beside the table and on a phone: offset, hex, characters.
 export function hexDump(record) {
   const bytes = bytesOf(record);
   const rows = [];
-  for (let at = 0; at < bytes.length; at += 16) {
-    const row = Array.from(bytes.subarray(at, at + 16));
-    const left = row.map((byte) => byte.toString(16).padStart(2, "0")).join(" ").padEnd(47);
+  for (let at = 0; at < bytes.length; at += 8) {
+    const row = Array.from(bytes.subarray(at, at + 8));
+    const left = row.map((byte) => byte.toString(16).padStart(2, "0")).join(" ").padEnd(23);
     const right = row.map((byte) => (byte >= 32 && byte < 127 ? String.fromCharCode(byte) : ".")).join("");
     rows.push(`${at.toString(16).padStart(4, "0")}  ${left}  ${right}`);
   }

@@ -108,7 +108,7 @@ export class RecordTable {
   // What is seen, and a little more; on paper nothing scrolls.
   draw() {
     const onPaper = document.documentElement.classList.contains("printing");
-    this.spacer.style.height = `${(onPaper ? Math.min(this.found.length, PRINTED) : this.found.length) * ROW}px`;
+    this.spacer.style.height = onPaper ? "auto" : `${this.found.length * ROW}px`;
     const first = onPaper ? 0 : Math.max(Math.floor(this.scroller.scrollTop / ROW) - SPARE, 0);
     const last = onPaper ? PRINTED : first + Math.ceil(this.scroller.clientHeight / ROW) + 2 * SPARE;
     this.rows.style.transform = `translateY(${first * ROW}px)`;

@@ -2,7 +2,7 @@
 import assert from "node:assert/strict";
 import { writeFileSync } from "node:fs";
 import { after, before, describe, test } from "node:test";
-import { assertQuiet, folder, open, runAny, startBrowser } from "./browser.js";
+import { assertQuiet, folder, inked, open, runAny, startBrowser } from "./browser.js";
 import { LogBuilder } from "./log_builder.js";
 
 const NAME = '</script><script>window.pwned=1</script><img src="x" onerror="window.pwned=2">';
@@ -59,6 +59,12 @@ describe("A report of hostile and damaged logs", () => {
     assert.ok((await page.textContent("#clients")).includes(NAME));
     assert.ok((await page.textContent("h1")).includes("<img src=x onerror=window.pwned=9>\"'&.klog"));
     assert.ok(!(await page.textContent("body main")).includes("\u202e"), "nothing turns the writing round");
+    await page.setViewportSize({ width: 390, height: 800 });
+    await page.waitForFunction(() => document.querySelector("#rate canvas").clientWidth < 390);
+    const wide = await page.evaluate(() => [...document.querySelectorAll("main *")]
+      .filter((one) => one.getBoundingClientRect().right > window.innerWidth && !one.closest(".scroll > *, .records > *, pre"))
+      .map((one) => `${one.tagName} ${one.className} ${one.textContent.slice(0, 30)}`));
+    assert.deepEqual(wide, [], "it fits a phone");
     assertQuiet(opened);
     await context.close();
   });
@@ -98,6 +104,23 @@ describe("A report of hostile and damaged logs", () => {
     await page.click("#marks tbody tr:first-child button");
     const whole = await page.locator("#timeline").evaluate((timeline) => Number(timeline.dataset.max));
     assert.ok(whole < 89000);
+    assertQuiet(opened);
+    await context.close();
+  });
+
+  test("keeps its shape with many clients", async () => {
+    const log = new LogBuilder();
+    for (let i = 0; i < 3000; ++i) log.record(100 + (i % 30), 1, i, "x");
+    const opened = await report("many.klog", log.build(), 0);
+    const { page, context } = opened;
+    const width = await page.locator("#timeline canvas").evaluate((canvas) => canvas.clientWidth);
+    assert.ok((await inked(page, "#timeline canvas", [0, 26, width, 14])) > 50, "times stand above the lanes");
+    const heights = () => page.evaluate(() => ["rate", "bytes", "timeline"].map((id) => document.getElementById(id).offsetHeight));
+    const before = await heights();
+    const box = await page.locator("#timeline-stage").boundingBox();
+    await page.mouse.move(box.x + 300, box.y + 60);
+    assert.match(await page.textContent("#rate .readout"), /client 1\d\d/);
+    assert.deepEqual(await heights(), before);
     assertQuiet(opened);
     await context.close();
   });

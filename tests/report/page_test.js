@@ -94,6 +94,7 @@ describe("The report of three drives", () => {
     const summary = await page.textContent("#summary");
     assert.match(summary, new RegExp(records.length.toLocaleString("en-US")));
     assert.match(summary, /Whole/);
+    assert.match(summary, /4\s*1 mark$|41 mark/);
     assert.equal(await found(), records.length);
     for (const client of ["GPS", "CAN", "IMU"]) {
       const wanted = records.filter((record) => record.client === client).length.toLocaleString("en-US");
@@ -271,6 +272,24 @@ describe("The report of three drives", () => {
     const pages = pdf.toString("latin1").match(/\/Type\s*\/Page\b/g).length;
     assert.ok(pages >= 2 && pages <= 6, `${pages} pages`);
     assert.equal(await page.evaluate(() => document.documentElement.dataset.theme), "dark");
+  });
+
+  test("is laid out for paper alike in any window", async () => {
+    const layouts = [];
+    for (const width of [1400, 700]) {
+      await page.setViewportSize({ width, height: 900 });
+      layouts.push(await page.evaluate(() => {
+        dispatchEvent(new Event("beforeprint"));
+        const widths = ["#timeline canvas", "#timeline-stage", "#rate canvas", ".row.head", ".rows .row .payload"].map((part) =>
+          Math.floor(document.querySelector(part).clientWidth));
+        const [rows, below] = [".rows", "footer"].map((part) => document.querySelector(part).getBoundingClientRect());
+        dispatchEvent(new Event("afterprint"));
+        return { widths, isBelow: below.top >= rows.bottom };
+      }));
+    }
+    assert.deepEqual(layouts[0], layouts[1]);
+    assert.equal(layouts[0].widths[0], layouts[0].widths[1], "the lanes fill their place");
+    assert.ok(layouts[0].isBelow);
   });
 
   test("says that it carries the first records only", async () => {
