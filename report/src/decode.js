@@ -154,6 +154,14 @@ export function searchText(record) {
   return record.text;
 }
 
+// What the hex digits of four bytes or more spell, as `searchText` has it; other words stay. Fewer
+// digits are more often a number than a text.
+export function spelled(words) {
+  const digits = words.replace(/\s+/g, "");
+  if (!/^([0-9a-f]{2}){4,}$/.test(digits)) return words;
+  return digits.replace(/../g, (pair) => String.fromCharCode(parseInt(pair, 16))).toLowerCase();
+}
+
 // Rows of eight bytes, which fit beside the table and on a phone: offset, hex, characters.
 export function hexDump(record) {
   const bytes = bytesOf(record);

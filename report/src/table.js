@@ -1,7 +1,7 @@
 // The records that the page carries: filtered, in the order of the log, drawn only where one looks.
 import { button, element, section } from "./dom.js";
 import { count, counted, time, wallClock } from "./format.js";
-import { decode, hexDump, hexOf, namedColumns, searchText } from "./decode.js";
+import { decode, hexDump, hexOf, namedColumns, searchText, spelled } from "./decode.js";
 
 const ROW = 28;
 const SPARE = 8;
@@ -83,13 +83,13 @@ export class RecordTable {
     const client = this.client.value;
     const ids = this.dataId.value.split(/[\s,]+/).filter(Boolean).map(Number);
     const words = this.text.value.toLowerCase().trim();
-    const tight = words.replace(/\s+/g, "");
+    const texts = [...new Set([words, words.replace(/\s+/g, ""), spelled(words)])];
     const [from, to] = this.window();
     const clientId = (record) => String(this.model.clientOf(record.client)?.id);
     this.found = this.model.records.filter((record) =>
       (client === "" || clientId(record) === client) && (ids.length === 0 || ids.includes(record.dataId)) &&
       record.at >= from && record.at <= to &&
-      (words === "" || searchText(record).includes(words) || searchText(record).includes(tight)));
+      (words === "" || texts.some((text) => searchText(record).includes(text))));
     this.selected = -1;
     this.scroller.scrollTop = 0;
     this.showStatus();

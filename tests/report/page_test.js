@@ -175,6 +175,8 @@ describe("The report of three drives", () => {
     assert.equal(await found(), records.length);
     await page.fill("#filter-text", "$gnrmc,0224");
     await expect((record) => hex(record).toString("latin1").toLowerCase().includes("$gnrmc,0224"));
+    await page.fill("#filter-text", "24 47 4E 52 4D 43 2C 30 32 32 34");
+    await expect((record) => hex(record).toString("latin1").toLowerCase().includes("$gnrmc,0224"));
     await page.fill("#filter-text", "800000000a9a0001");
     await expect((record) => record.payload.includes("800000000a9a0001"));
     await page.click("#filter-clear");
