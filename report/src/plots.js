@@ -173,7 +173,7 @@ export function ratePlots(model, view) {
       id: "bytes", title: "Bytes a second", unit: "of payload", view, series, controls: clientSwitches(model, view),
       dataOf: (width) => ratesOf(model, view, width, (client) => client.byteSums),
       valueText: (value) => `${size(Math.round(value))}/s`,
-      axisText: (value) => size(Math.round(value)).replace(" bytes", " B"),
+      axisText: (value) => (value < 10 ? `${Number(value.toPrecision(2))} B` : size(Math.round(value)).replace(" bytes", " B")),
     }),
   ];
 }
