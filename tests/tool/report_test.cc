@@ -236,9 +236,11 @@ TEST_F(Report, TellsOfSilencesThatStandOut) {
     log.Record(5, 1, 30'000 + i / 30 * 1100 + i % 30 + (i < 600 ? 0 : 9000), "x");
   }
   const ReportRun run = MakeReport(log);
-  EXPECT_EQ(run.Client(3)["silences"], json::parse("[[490,5010]]"));
+  EXPECT_EQ(run.Client(3)["silences"], json::parse("[[490,5010],[5990,69319]]"));
   EXPECT_EQ(run.Client(4)["silences"], json::array());
   EXPECT_EQ(run.Client(5)["silences"], json::parse("[[50929,10071]]"));
+  const ReportRun part = MakeReport(log, {"--to", "8"});
+  EXPECT_EQ(part.Client(3)["silences"], json::parse("[[490,5010],[5990,2010]]"));
 }
 
 TEST_F(Report, DrawsTheWayOfASatelliteReceiver) {

@@ -60,8 +60,8 @@ class ReportData {
   void Count(const LogWalk& walk, std::int64_t at_ms);
   // The page does not hold the record at this time, but counts it alone.
   void LeaveOut(std::int64_t at_ms);
-  // The walk is over.
-  void End(const LogFile& log, const LogWalk& walk);
+  // The walk is over. What is asked for ends at `to_scnds` of the log, which may be beyond its end.
+  void End(const LogFile& log, const LogWalk& walk, double to_scnds);
 
   std::uint64_t AllRecords() const { return all_records_; }
   std::uint64_t Records() const { return records_; }  // that were counted
