@@ -9,7 +9,7 @@
 
 A record that is damaged is left out, and the reader finds its way again as the recorder's own does:
 it delivers the same records. When the iteration is over, `log.damaged` says whether the log ends in
-damage. `to_dataframe` makes a pandas data frame of a log where pandas is installed.
+damage, and `log.loss()` in words what is missing. `to_dataframe` makes a pandas data frame of a log where pandas is installed.
 """
 
 import argparse
@@ -125,8 +125,9 @@ def _read_dictionary(payload):
 class Log:
     """A log in memory: bytes, or whatever else gives slices of bytes. Iterating yields `Record`s.
 
-    `header` and `names`, from client id to name, are there at once; `end`, where the last whole
-    record ends, and `damaged` when the iteration is over. One iteration at a time.
+    `header` and `names`, from client id to name, are there at once. When the iteration is over,
+    `end` is where the last whole record ends, `missing` how many records lack by their indices,
+    `damaged` whether the log ends in damage. One iteration at a time.
     """
 
     def __init__(self, data, close=None):
@@ -149,6 +150,15 @@ class Log:
         if self._close:
             self._close()
 
+    def loss(self):
+        """What the iteration that is over did not find, in words; empty: nothing is lost."""
+        records = "record" if self.missing == 1 else "records"
+        behind = self._size - self.end
+        parts = [f"{self.missing} {records} missing"] if self.missing else []
+        if behind:
+            parts.append(f"{behind} {'byte' if behind == 1 else 'bytes'} behind the last whole record")
+        return ", ".join(parts)
+
     def wall_time(self, time_ms):
         """The time of the day at this time stamp."""
         since_start = (time_ms - self.header.start_clock) % 2**32
@@ -168,7 +178,8 @@ class Log:
 
     def _start(self):
         self._position, self._expected = HEADER_SIZE, 0
-        self.end, self.damaged = HEADER_SIZE, False
+        self._whole = 0  # the index that follows the last whole record
+        self.end, self.damaged, self.missing = HEADER_SIZE, False, 0
 
     def _find_names(self):
         """From the first dictionary, which is the first record unless clients were faster."""
@@ -203,6 +214,8 @@ class Log:
         if payload is None or self.damaged:
             return None
         self.end = self._position
+        self.missing += max(header.index - self._whole, 0)
+        self._whole = header.index + 1
         return header, payload
 
     def _left(self):
@@ -285,9 +298,10 @@ def to_dataframe(log):
     if not isinstance(log, Log):
         with open_log(log) as opened:
             return to_dataframe(opened)
-    frame = pandas.DataFrame.from_records(list(log), columns=Record._fields, index="time")
-    frame["client"] = frame["client"].astype("category")
-    return frame
+    frame = pandas.DataFrame(list(log), columns=Record._fields)
+    numbers = dict.fromkeys(("index", "client_id", "data_id", "time_ms"), "int64")
+    kinds = {**numbers, "time": "datetime64[ns, UTC]", "client": "category"}
+    return frame.astype(kinds).set_index("time")  # a log without records too
 
 
 def _json_line(record):
@@ -309,7 +323,7 @@ def _text_line(record):
 def main(arguments=None):
     parser = argparse.ArgumentParser(description="Prints the records of a Kestrav log.",
                                      epilog="Exit codes: 0 done, 1 failed, 2 wrong usage, "
-                                     "3 the log ends in damage.")
+                                     "3 something is lost.")
     parser.add_argument("log", metavar="LOG", help="the log to read")
     parser.add_argument("--client", action="append", metavar="NAME|ID",
                         help="only this client's records (repeatable)")
@@ -321,7 +335,10 @@ def main(arguments=None):
             for record in log:
                 if not options.client or {record.client, str(record.client_id)} & {*options.client}:
                     print(show(record))
-            return 3 if log.damaged else 0
+            if not log.loss():
+                return 0
+            print(f"kestrav_log: {options.log}: {log.loss()}", file=sys.stderr)
+            return 3
     except (OSError, NotALog) as error:
         reason = error.strerror if isinstance(error, OSError) else error
         print(f"kestrav_log: {options.log}: {reason}", file=sys.stderr)

@@ -15,7 +15,7 @@ local PIECE = 65536  -- read at once of a payload, which may claim to be longer 
 
 -- Bytes ---------------------------------------------------------------------------------------
 
-local function xor8(a, b) return bit32.bxor(a, b) end
+local xor8 = bit.bxor  -- Wireshark brings it, with every version of Lua
 
 local function le16(data, at) return data:byte(at) + 256 * data:byte(at + 1) end
 local function le32(data, at) return le16(data, at) + 65536 * le16(data, at + 2) end

@@ -16,7 +16,7 @@ export function lowerBound(values, wanted) {
 // narrower than the buckets can show, the carried records say it exactly, as far as they reach.
 export function columnsOf(model, client, view, width) {
   const msPerColumn = view.span / width;
-  if (msPerColumn < model.bucketMs && view.max <= model.exactUntilMs) {
+  if (msPerColumn < model.bucketMs && view.max < model.exactUntilMs) {
     const columns = new Float64Array(width);
     const end = lowerBound(client.times, view.max + 0.001);
     for (let i = lowerBound(client.times, view.min); i < end; ++i) {

@@ -5,12 +5,19 @@ const INFO_CLIENT = 12;
 const DICTIONARY = 1200;
 const SELECTION = 134;
 
-export function bytesOf(record) {
-  const body = record.payload.slice(1);
-  if (record.payload[0] === "t") return Uint8Array.from(body, (c) => c.charCodeAt(0));
-  const bytes = new Uint8Array(body.length / 2);
-  for (let i = 0; i < bytes.length; ++i) bytes[i] = parseInt(body.slice(2 * i, 2 * i + 2), 16);
+export function bytesOf({ payload }) {
+  const isText = payload[0] === "t";
+  const bytes = new Uint8Array((payload.length - 1) / (isText ? 1 : 2));
+  for (let i = 0; i < bytes.length; ++i) {
+    bytes[i] = isText ? payload.charCodeAt(1 + i) : 16 * digitAt(payload, 1 + 2 * i) + digitAt(payload, 2 + 2 * i);
+  }
   return bytes;
+}
+
+// Of a hexadecimal digit in small letters.
+function digitAt(text, at) {
+  const code = text.charCodeAt(at);
+  return code < 0x3a ? code - 0x30 : code - 0x57;
 }
 
 export const hexOf = (record) =>
@@ -18,11 +25,13 @@ export const hexOf = (record) =>
 
 // { kind, label, text, fields }: `label` is a word or two, `fields` are pairs of name and value.
 export function decode(record) {
-  const isText = record.payload[0] === "t";
+  const isOwn = record.client === INFO_CLIENT;
+  if (record.payload[0] === "t" && !isOwn) {
+    const text = record.payload.slice(1);
+    return decodeSentence(text) ?? plainText(text);
+  }
   const bytes = bytesOf(record);
-  if (record.client === INFO_CLIENT) return decodeRecorder(record, bytes) ?? decodeOther(bytes);
-  if (isText) return decodeSentence(record.payload.slice(1)) ?? plainText(record.payload.slice(1));
-  return decodeFrame(record, bytes) ?? decodeOther(bytes);
+  return (isOwn ? decodeRecorder(record, bytes) : decodeFrame(record, bytes)) ?? decodeOther(bytes);
 }
 
 const plainText = (text) => ({ kind: "text", label: "text", text, fields: [] });
@@ -145,13 +154,21 @@ export function searchText(record) {
   return record.text;
 }
 
-// Rows of sixteen bytes: offset, hex, characters.
+// What the hex digits of four bytes or more spell, as `searchText` has it; other words stay. Fewer
+// digits are more often a number than a text.
+export function spelled(words) {
+  const digits = words.replace(/\s+/g, "");
+  if (!/^([0-9a-f]{2}){4,}$/.test(digits)) return words;
+  return digits.replace(/../g, (pair) => String.fromCharCode(parseInt(pair, 16))).toLowerCase();
+}
+
+// Rows of eight bytes, which fit beside the table and on a phone: offset, hex, characters.
 export function hexDump(record) {
   const bytes = bytesOf(record);
   const rows = [];
-  for (let at = 0; at < bytes.length; at += 16) {
-    const row = Array.from(bytes.subarray(at, at + 16));
-    const left = row.map((byte) => byte.toString(16).padStart(2, "0")).join(" ").padEnd(47);
+  for (let at = 0; at < bytes.length; at += 8) {
+    const row = Array.from(bytes.subarray(at, at + 8));
+    const left = row.map((byte) => byte.toString(16).padStart(2, "0")).join(" ").padEnd(23);
     const right = row.map((byte) => (byte >= 32 && byte < 127 ? String.fromCharCode(byte) : ".")).join("");
     rows.push(`${at.toString(16).padStart(4, "0")}  ${left}  ${right}`);
   }

@@ -57,7 +57,10 @@ export function printable(text) {
     (c) => `\\u${c.charCodeAt(0).toString(16).padStart(4, "0")}`);
 }
 
-export const hex = (value, digits = 2) => value.toString(16).toUpperCase().padStart(digits, "0");
+const BYTES = Array.from({ length: 256 }, (_, value) => value.toString(16).toUpperCase().padStart(2, "0"));
+
+export const hex = (value, digits = 2) =>
+  digits === 2 ? BYTES[value] : value.toString(16).toUpperCase().padStart(digits, "0");
 
 // What times on an axis may stand apart, in ms.
 export const TIME_STEPS = [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 15000, 30000, 60000, 120000,

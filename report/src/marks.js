@@ -2,6 +2,8 @@
 import { button, element, section } from "./dom.js";
 import { count, counted, span, time } from "./format.js";
 
+const PRINTED = 40;  // as styles.css has it
+
 const KINDS = {
   damage: { title: "damage", colour: "--bad", text: (m) => `${counted(m.amount, "byte", "bytes")} skipped` },
   tail: { title: "damaged end", colour: "--bad", text: (m) => `${counted(m.amount, "byte", "bytes")} lost at the end` },
@@ -26,11 +28,6 @@ export function markTimes(mark) {
   return { from: mark.at, to: mark.at };
 }
 
-function silencesOf(model) {
-  return model.clients.flatMap((client) =>
-    client.silences.map(([at, amount]) => ({ kind: "silence", at, amount, client: client.name })));
-}
-
 function show(view, mark) {
   const { from, to } = markTimes(mark);
   const margin = Math.max((to - from) * 0.5, Math.min(view.endMs / 50, 2000));
@@ -48,7 +45,7 @@ function markRow(view, mark) {
 }
 
 export function marksSection(model, view) {
-  const marks = [...model.marks, ...silencesOf(model)].sort((a, b) => a.at - b.at);
+  const marks = [...model.marks, ...model.silences].sort((a, b) => a.at - b.at);
   const more = model.markCount - model.marks.length;
   if (marks.length === 0) {
     return section("marks", "Marks", element("p", { class: "muted" }, "No damage, no gap, no jump of time, no silence that stands out."));
@@ -57,6 +54,7 @@ export function marksSection(model, view) {
     element("th", { scope: "col", class: i === 0 || i === 3 ? "number" : null }, text));
   return section("marks", "Marks",
     more > 0 ? element("p", { class: "note" }, `The first ${count(model.marks.length)} of ${count(model.markCount)}; the timeline shows all of them.`) : null,
+    marks.length > PRINTED ? element("p", { class: "print-only muted" }, `On paper the first ${PRINTED} of ${count(marks.length)}.`) : null,
     element("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": "Marks" },
       element("table", {}, element("thead", {}, element("tr", {}, head)),
         element("tbody", {}, marks.map((mark) => markRow(view, mark))))));

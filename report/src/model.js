@@ -72,6 +72,9 @@ function columnNames(record) {
   return names.length > 1 && names.every(isName) ? names : null;
 }
 
+const silencesOf = (client) =>
+  client.silences.map(([at, amount]) => ({ kind: "silence", at, amount, client: client.name }));
+
 function makeMark([kind, at, amount, index, offset]) {
   return { kind, at, amount, index, offset };
 }
@@ -102,10 +105,11 @@ export function makeModel({ records, summary }) {
     startUnixMs: summary.log.started * 1000,
     records: carried,
     isWhole,
-    // Up to here every record is carried, so that its exact time can be drawn.
-    exactUntilMs: isWhole ? Infinity : (carried.at(-1)?.at ?? -1),
+    // Before it every record is carried, so that its exact time can be drawn.
+    exactUntilMs: summary.first_left_out_ms ?? Infinity,
     marks: summary.marks.list.map(makeMark),
     markCount: summary.marks.count,
+    silences: clients.flatMap(silencesOf),
     markSums: sumsOf(summary.marks.runs),
   };
 }

@@ -58,6 +58,7 @@ export class Plot {
     this.plot.setSize({ width, height: this.height });
     this.update();
     this.updateSeries();
+    this.followCursor();
   }
 
   options(width) {
@@ -136,12 +137,13 @@ export class Plot {
       this.readout.textContent = this.unit;
       return;
     }
-    const values = this.series.map(({ name, isShown }, i) => {
-      const value = this.plot.data[i + 1][index];
-      const text = value === null || value === undefined ? "none" : this.valueText(value);
-      return isShown?.() ?? true ? (name ? `${name} ${text}` : text) : null;
-    });
-    this.readout.textContent = [time(this.plot.data[0][index], 100), ...values.filter(Boolean)].join("   ");
+    // The largest first: there is room for some.
+    const values = this.series
+      .map(({ name, isShown }, i) => ({ name, value: this.plot.data[i + 1][index] ?? null, isShown: isShown?.() ?? true }))
+      .filter((one) => one.isShown)
+      .sort((a, b) => b.value - a.value)
+      .map(({ name, value }) => `${name} ${value === null ? "none" : this.valueText(value)}`.trim());
+    this.readout.textContent = [time(this.plot.data[0][index], 100), ...values].join("   ");
   }
 }
 
@@ -153,7 +155,7 @@ function clientSwitches(model, view) {
       for (const one of document.querySelectorAll(`[data-client="${client.id}"]`)) one.setAttribute("aria-pressed", String(client.shown));
       view.emit("clients");
     }, { class: "chip", "aria-pressed": "true", "data-client": String(client.id) });
-    chip.append(element("span", { class: `dot ${client.colour.slice(2)}` }), client.name);
+    chip.append(element("span", { class: `dot ${client.colour.slice(2)}` }), element("span", { class: "name" }, client.name));
     return chip;
   }));
 }
@@ -171,7 +173,7 @@ export function ratePlots(model, view) {
       id: "bytes", title: "Bytes a second", unit: "of payload", view, series, controls: clientSwitches(model, view),
       dataOf: (width) => ratesOf(model, view, width, (client) => client.byteSums),
       valueText: (value) => `${size(Math.round(value))}/s`,
-      axisText: (value) => size(Math.round(value)).replace(" bytes", " B"),
+      axisText: (value) => (value < 10 ? `${Number(value.toPrecision(2))} B` : size(Math.round(value)).replace(" bytes", " B")),
     }),
   ];
 }

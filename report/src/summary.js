@@ -49,7 +49,7 @@ export function summarySection(model) {
     fact("Duration", time(duration, log.duration_ms > 0 ? 1000 : 1), `last record at ${time(summary.end_ms)}`),
     fact("Records", count(summary.records), `${rate(summary.end_ms > 0 ? (1000 * summary.records) / summary.end_ms : 0)} a second`),
     fact("Payload", size(bytes), `file ${size(log.size)}${log.scrambled ? ", scrambled" : ", plain"}`),
-    fact("Clients", String(model.clients.length), counted(summary.marks.count, "mark", "marks"))),
+    fact("Clients", String(model.clients.length), counted(model.markCount + model.silences.length, "mark", "marks"))),
   limits(model));
 }
 
@@ -68,7 +68,7 @@ function clientRow(client, most) {
   bar.style.width = `${Math.max((90 * client.records) / most, 1)}px`;
   bar.style.background = `var(${client.colour})`;
   return element("tr", {},
-    element("th", { scope: "row" }, element("span", { class: `dot ${client.colour.slice(2)}` }), client.name),
+    element("th", { scope: "row", title: client.name }, element("span", { class: `dot ${client.colour.slice(2)}` }), client.name),
     cell(client.id === null ? "" : String(client.id)), cell(count(client.records)),
     element("td", { class: "screen-only" }, bar), cell(size(client.bytes)), cell(rate(client.perSecond)),
     cell(time(client.firstMs)), cell(time(client.lastMs)), cell(span(client.longestGapMs)),

@@ -1,11 +1,13 @@
 // The records that the page carries: filtered, in the order of the log, drawn only where one looks.
 import { button, element, section } from "./dom.js";
 import { count, counted, time, wallClock } from "./format.js";
-import { decode, hexDump, hexOf, namedColumns, searchText } from "./decode.js";
+import { decode, hexDump, hexOf, namedColumns, searchText, spelled } from "./decode.js";
 
 const ROW = 28;
 const SPARE = 8;
 const PRINTED = 40;
+// In pixels. Browsers end somewhere above it; a longer list goes by faster than it is scrolled.
+const HIGHEST = 8e6;
 
 export class RecordTable {
   constructor(model, view) {
@@ -81,13 +83,13 @@ export class RecordTable {
     const client = this.client.value;
     const ids = this.dataId.value.split(/[\s,]+/).filter(Boolean).map(Number);
     const words = this.text.value.toLowerCase().trim();
-    const tight = words.replace(/\s+/g, "");
+    const texts = [...new Set([words, words.replace(/\s+/g, ""), spelled(words)])];
     const [from, to] = this.window();
     const clientId = (record) => String(this.model.clientOf(record.client)?.id);
     this.found = this.model.records.filter((record) =>
       (client === "" || clientId(record) === client) && (ids.length === 0 || ids.includes(record.dataId)) &&
       record.at >= from && record.at <= to &&
-      (words === "" || searchText(record).includes(words) || searchText(record).includes(tight)));
+      (words === "" || texts.some((text) => searchText(record).includes(text))));
     this.selected = -1;
     this.scroller.scrollTop = 0;
     this.showStatus();
@@ -105,13 +107,22 @@ export class RecordTable {
     this.scroller.setAttribute("aria-rowcount", String(this.found.length + 1));
   }
 
+  // How many pixels of the list a pixel of scrolling stands for.
+  get pace() {
+    const full = this.found.length * ROW;
+    const beyond = ROW - this.scroller.clientHeight;
+    return full > HIGHEST ? (full + beyond) / (HIGHEST + beyond) : 1;
+  }
+
   // What is seen, and a little more; on paper nothing scrolls.
   draw() {
     const onPaper = document.documentElement.classList.contains("printing");
-    this.spacer.style.height = `${(onPaper ? Math.min(this.found.length, PRINTED) : this.found.length) * ROW}px`;
-    const first = onPaper ? 0 : Math.max(Math.floor(this.scroller.scrollTop / ROW) - SPARE, 0);
-    const last = onPaper ? PRINTED : first + Math.ceil(this.scroller.clientHeight / ROW) + 2 * SPARE;
-    this.rows.style.transform = `translateY(${first * ROW}px)`;
+    this.spacer.style.height = onPaper ? "auto" : `${Math.min(this.found.length * ROW, HIGHEST)}px`;
+    const { scrollTop, clientHeight } = this.scroller;
+    const top = scrollTop * this.pace;
+    const first = onPaper ? 0 : Math.max(Math.floor(top / ROW) - SPARE, 0);
+    const last = onPaper ? PRINTED : first + Math.ceil(clientHeight / ROW) + 2 * SPARE;
+    this.rows.style.transform = `translateY(${first * ROW - (top - scrollTop)}px)`;
     const rows = this.found.slice(first, last).map((record, i) => this.row(record, first + i));
     if (this.found.length === 0) rows.push(element("p", { class: "empty" }, "No record fits."));
     this.rows.replaceChildren(...rows);
@@ -135,9 +146,10 @@ export class RecordTable {
   select(at) {
     this.selected = Math.min(Math.max(at, 0), this.found.length - 1);
     const [top, bottom] = [this.selected * ROW, (this.selected + 1) * ROW];
-    const { scrollTop, clientHeight } = this.scroller;
-    if (top < scrollTop) this.scroller.scrollTop = top;
-    if (bottom > scrollTop + clientHeight - ROW) this.scroller.scrollTop = bottom - clientHeight + ROW;
+    const room = this.scroller.clientHeight - ROW;
+    const seen = this.scroller.scrollTop * this.pace;
+    if (top < seen) this.scroller.scrollTop = top / this.pace;
+    if (bottom > seen + room) this.scroller.scrollTop = (bottom - room) / this.pace;
     this.draw();
     this.showDetail();
     if (this.selected < 0) return;

@@ -9,6 +9,8 @@ const LANE = 34;
 const LANE_GAP = 6;
 const MARK_ROW = 24;
 const AXIS = 24;
+// More lanes than this have the times above them too.
+const FEW = 10;
 
 export class Timeline {
   constructor(model, view) {
@@ -34,8 +36,13 @@ export class Timeline {
     view.on("cursor", () => this.drawCursor());
   }
 
+  // Where the lanes begin.
+  get top() {
+    return MARK_ROW + (this.model.clients.length > FEW ? AXIS : 0);
+  }
+
   get height() {
-    return MARK_ROW + this.model.clients.length * (LANE + LANE_GAP) + AXIS;
+    return this.top + this.model.clients.length * (LANE + LANE_GAP) + AXIS;
   }
 
   toolbar() {
@@ -52,7 +59,9 @@ export class Timeline {
     const rows = this.model.clients.map((client) => element("li", {},
       element("span", { class: "name", title: client.name }, client.name),
       element("span", { class: "muted" }, count(client.records))));
-    return element("ul", { class: "lane-labels" }, element("li", { class: "muted marks-label" }, "marks"), rows);
+    const list = element("ul", { class: "lane-labels" }, element("li", { class: "muted marks-label" }, "marks"), rows);
+    list.style.paddingTop = `${this.top}px`;
+    return list;
   }
 
   timeAt(event) {
@@ -117,7 +126,7 @@ export class Timeline {
     const box = this.stage.getBoundingClientRect();
     const [x, y] = [event.clientX - box.left, event.clientY - box.top];
     const mark = this.markAt(x);
-    const client = this.model.clients[Math.floor((y - MARK_ROW) / (LANE + LANE_GAP))];
+    const client = this.model.clients[Math.floor((y - this.top) / (LANE + LANE_GAP))];
     const lines = [time(this.timeAt(event), this.view.span / 200)];
     if (mark && (y < MARK_ROW || !client)) lines.push(describeMark(mark));
     else if (client) lines.push(`${client.name}: ${this.nearText(client, x)}`);
@@ -151,7 +160,7 @@ export class Timeline {
     this.context = fitCanvas(this.canvas, this.width, this.height);
     this.columns = new Map();
     const step = this.drawAxis();
-    this.model.clients.forEach((client, i) => this.drawLane(client, MARK_ROW + i * (LANE + LANE_GAP)));
+    this.model.clients.forEach((client, i) => this.drawLane(client, this.top + i * (LANE + LANE_GAP)));
     this.drawMarks();
     this.drawCursor();
     this.place.dataset.min = String(view.min);
@@ -250,6 +259,7 @@ export class Timeline {
       context.fillStyle = colour("--muted");
       context.textAlign = x < 24 ? "left" : x > this.width - 24 ? "right" : "center";
       context.fillText(time(ms, step), x, bottom + 7);
+      if (this.top > MARK_ROW) context.fillText(time(ms, step), x, MARK_ROW + 5);
     }
     return step;
   }

@@ -3,42 +3,17 @@ import { colour, element, fitCanvas, section, UI_FONT } from "./dom.js";
 import { count, time } from "./format.js";
 import { lowerBound } from "./columns.js";
 import { Plot } from "./plots.js";
+import { speedData, wayOf } from "./way.js";
 
-const EARTH_M = 6371008.8;
-const RADIANS = Math.PI / 180;
 const MARGIN = 34;
 const HEIGHT = 300;
-
-// Metres east and north of the middle of the way; good for a drive, not for a voyage.
-function project(points) {
-  const middle = (values) => (Math.min(...values) + Math.max(...values)) / 2;
-  const latitude = middle(points.map((p) => p[1]));
-  const longitude = middle(points.map((p) => p[2]));
-  const narrow = Math.cos(latitude * RADIANS);
-  return points.map(([at, lat, lon, speed]) => ({
-    at, lat, lon, speed,
-    x: (lon - longitude) * RADIANS * EARTH_M * narrow,
-    y: (lat - latitude) * RADIANS * EARTH_M,
-  }));
-}
-
-// Where sentences tell no speed it follows from the places.
-function addSpeeds(points) {
-  if (points.some((p) => p.speed !== null)) return points;
-  points.forEach((p, i) => {
-    const before = points[i - 1];
-    if (!before || p.at <= before.at) return;
-    p.speed = (3600 * Math.hypot(p.x - before.x, p.y - before.y)) / (p.at - before.at);
-  });
-  return points;
-}
 
 const NICE = [1, 2, 5, 10, 20, 50, 100, 200, 500, 1000, 2000, 5000, 10000, 20000, 50000, 100000, 200000, 500000, 1000000];
 
 class Track {
   constructor(model, view, client) {
     Object.assign(this, { view, client });
-    this.points = addSpeeds(project(client.track.points));
+    this.points = wayOf(client.track.points);
     this.times = this.points.map((p) => p.at);
     this.fastest = this.points.reduce((most, p) => Math.max(most, p.speed ?? 0), 0);
     this.canvas = element("canvas", { role: "img", "aria-label": this.description() });
@@ -56,12 +31,13 @@ class Track {
   }
 
   place() {
-    const { view, points } = this;
+    const { view } = this;
+    const data = speedData(this.points);
     const id = `track-${this.client.id}`;
     const speed = new Plot({
       id: `speed-${this.client.id}`, height: HEIGHT + 24, title: `Speed of ${this.client.name}`, unit: "km/h", view,
       series: [{ name: "", colour: this.client.colour, isFilled: true }],
-      dataOf: () => [this.times, points.map((p) => p.speed)],
+      dataOf: () => data,
       valueText: (value) => `${value.toFixed(1)} km/h`, axisText: (value) => `${value}`,
     });
     return element("div", { class: "track-row" },
@@ -86,18 +62,18 @@ class Track {
     const context = fitCanvas(this.canvas, width, HEIGHT);
     this.scaleTo(width, HEIGHT);
     context.lineCap = context.lineJoin = "round";
-    this.stroke(context, () => false, 2, colour("--grid-strong"));
+    this.strokeAll(context);
     this.strokeBySpeed(context);
     this.drawEnds(context);
     this.drawScale(context, width, HEIGHT);
     this.drawCursor(context);
   }
 
-  stroke(context, breaks, lineWidth, style) {
-    context.lineWidth = lineWidth;
-    context.strokeStyle = style;
+  strokeAll(context) {
+    context.lineWidth = 2;
+    context.strokeStyle = colour("--grid-strong");
     context.beginPath();
-    this.points.forEach((p, i) => (i === 0 || breaks(p) ? context.moveTo(p.px, p.py) : context.lineTo(p.px, p.py)));
+    for (const p of this.points) context.lineTo(p.px, p.py);
     context.stroke();
   }
 
@@ -107,6 +83,7 @@ class Track {
     const last = lowerBound(this.times, this.view.max + 1);
     context.strokeStyle = colour(this.client.colour);
     for (let i = Math.max(first, 1); i < last; ++i) {
+      if (this.points[i].isAfterGap) continue;
       const share = this.fastest > 0 ? (this.points[i].speed ?? 0) / this.fastest : 1;
       context.globalAlpha = 0.4 + 0.6 * share;
       context.lineWidth = 2.5 + 2.5 * share;

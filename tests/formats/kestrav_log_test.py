@@ -9,9 +9,7 @@ import json
 import pathlib
 import sys
 import tempfile
-import types
 import unittest
-from unittest import mock
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 import logs  # noqa: E402
@@ -112,26 +110,18 @@ class Log(unittest.TestCase):
 
 class DataFrame(unittest.TestCase):
     def test_has_a_row_a_record(self):
-        made = {}
-
-        class Frame(dict):
-            @staticmethod
-            def from_records(records, columns, index):
-                made.update(records=records, columns=columns, index=index)
-                return Frame(client=mock.Mock())
-
-        pandas = types.SimpleNamespace(DataFrame=Frame)
-        try:
-            import pandas  # the real one, where it is installed
-        except ImportError:
-            with mock.patch.dict(sys.modules, pandas=pandas):
-                kestrav_log.to_dataframe(PLAIN)
-            self.assertEqual(len(made["records"]), 12)
-            self.assertEqual(made["index"], "time")
-            return
         frame = kestrav_log.to_dataframe(PLAIN)
         self.assertEqual(len(frame), 12)
         self.assertEqual(list(frame["client"][2:4]), ["GPS", "CAN"])
+        self.assertEqual(frame["payload"].iloc[2], b"$GPRMC,081830.00,A*4L")
+        self.assertEqual(str(frame.index[3]), "2023-11-14 22:13:20.007000+00:00")
+
+    def test_has_the_same_types_without_any_record(self):
+        empty = kestrav_log.to_dataframe(PLAIN.with_name("no_records.klog"))
+        self.assertEqual(len(empty), 0)
+        frame = kestrav_log.to_dataframe(PLAIN)
+        self.assertEqual(list(empty.dtypes.astype(str)), list(frame.dtypes.astype(str)))
+        self.assertEqual(len(empty["payload"].resample("1s").count()), 0)
 
 
 class Program(unittest.TestCase):
@@ -145,7 +135,13 @@ class Program(unittest.TestCase):
 
     def test_tells_by_its_exit_code_how_it_went(self):
         damaged = logs.CONFORMANCE / "logs/header_damage_scrambled.klog"
-        self.assertEqual(run_main(damaged)[0], 3)
+        code, _, err = run_main(damaged)
+        self.assertEqual(code, 3)
+        self.assertRegex(err, r"^kestrav_log: .*: \d+ bytes behind the last whole record\n$")
+        code, _, err = run_main(damaged.with_name("payload_damage.klog"))
+        self.assertEqual(code, 3)
+        self.assertTrue(err.endswith(": 1 record missing\n"), err)
+        self.assertEqual(run_main(PLAIN)[2], "")
         code, _, err = run_main(damaged.with_name("wrong_magic.klog"))
         self.assertEqual(code, 1)
         self.assertIn("not a log", err)

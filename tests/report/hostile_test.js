@@ -2,8 +2,10 @@
 import assert from "node:assert/strict";
 import { writeFileSync } from "node:fs";
 import { after, before, describe, test } from "node:test";
-import { assertQuiet, folder, open, runAny, startBrowser } from "./browser.js";
+import { assertQuiet, folder, inked, open, runAny, startBrowser } from "./browser.js";
 import { LogBuilder } from "./log_builder.js";
+
+const MANY = 400_000;
 
 const NAME = '</script><script>window.pwned=1</script><img src="x" onerror="window.pwned=2">';
 const TEXTS = [
@@ -36,9 +38,9 @@ describe("A report of hostile and damaged logs", () => {
     place.remove();
   });
 
-  async function report(name, bytes, wanted) {
+  async function report(name, bytes, wanted, ...more) {
     writeFileSync(place.file(name), bytes);
-    const { status, stderr } = runAny("report", place.file(name), "-o", place.file("report.html"));
+    const { status, stderr } = runAny("report", place.file(name), "-o", place.file("report.html"), ...more);
     assert.equal(status, wanted, stderr);
     return open(browser, place.file("report.html"));
   }
@@ -59,6 +61,12 @@ describe("A report of hostile and damaged logs", () => {
     assert.ok((await page.textContent("#clients")).includes(NAME));
     assert.ok((await page.textContent("h1")).includes("<img src=x onerror=window.pwned=9>\"'&.klog"));
     assert.ok(!(await page.textContent("body main")).includes("\u202e"), "nothing turns the writing round");
+    await page.setViewportSize({ width: 390, height: 800 });
+    await page.waitForFunction(() => document.querySelector("#rate canvas").clientWidth < 390);
+    const wide = await page.evaluate(() => [...document.querySelectorAll("main *")]
+      .filter((one) => one.getBoundingClientRect().right > window.innerWidth && !one.closest(".scroll > *, .records > *, pre"))
+      .map((one) => `${one.tagName} ${one.className} ${one.textContent.slice(0, 30)}`));
+    assert.deepEqual(wide, [], "it fits a phone");
     assertQuiet(opened);
     await context.close();
   });
@@ -99,6 +107,50 @@ describe("A report of hostile and damaged logs", () => {
     const whole = await page.locator("#timeline").evaluate((timeline) => Number(timeline.dataset.max));
     assert.ok(whole < 89000);
     assertQuiet(opened);
+    await context.close();
+  });
+
+  test("keeps its shape with many clients", async () => {
+    const log = new LogBuilder();
+    for (let i = 0; i < 3000; ++i) log.record(100 + (i % 30), 1, i, "x");
+    const opened = await report("many.klog", log.build(), 0);
+    const { page, context } = opened;
+    const width = await page.locator("#timeline canvas").evaluate((canvas) => canvas.clientWidth);
+    assert.ok((await inked(page, "#timeline canvas", [0, 26, width, 14])) > 50, "times stand above the lanes");
+    const heights = () => page.evaluate(() => ["rate", "bytes", "timeline"].map((id) => document.getElementById(id).offsetHeight));
+    const before = await heights();
+    const box = await page.locator("#timeline-stage").boundingBox();
+    await page.mouse.move(box.x + 300, box.y + 60);
+    assert.match(await page.textContent("#rate .readout"), /client 1\d\d/);
+    assert.deepEqual(await heights(), before);
+    assertQuiet(opened);
+    await context.close();
+  });
+
+  test("scrolls through more records than a browser makes a list high", async () => {
+    const log = new LogBuilder();
+    for (let i = 0; i < MANY; ++i) log.record(21, 1, i >> 4, "x");
+    const { page, context } = await report("long.klog", log.build(), 0, "--records", String(MANY));
+    const seen = () => page.evaluate(() => {
+      const list = document.querySelector(".records");
+      const { top, bottom } = list.getBoundingClientRect();
+      const rows = [...document.querySelectorAll(".rows .row")].filter((row) => {
+        const box = row.getBoundingClientRect();
+        return box.top >= top + 27 && box.bottom <= bottom + 1;
+      });
+      return { high: list.scrollHeight, first: Number(rows[0].dataset.at), last: Number(rows.at(-1).dataset.at) };
+    });
+    assert.ok((await seen()).high < 10e6);
+    assert.equal((await seen()).first, 0);
+    await page.focus(".records");
+    await page.keyboard.press("End");
+    assert.equal((await seen()).last, MANY - 1);
+    for (const key of ["PageUp", "ArrowUp"]) await page.keyboard.press(key);
+    const at = Number(await page.locator(".row[aria-selected=true]").getAttribute("data-at"));
+    const { first, last } = await seen();
+    assert.ok(first <= at && at <= last, `${at} in ${first} to ${last}`);
+    await page.locator(".records").evaluate((list) => { list.scrollTop = list.scrollHeight / 2; });
+    await page.waitForFunction((half) => Math.abs(Number(document.querySelector(".rows .row").dataset.at) - half) < 100, MANY / 2);
     await context.close();
   });
 

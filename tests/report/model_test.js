@@ -3,6 +3,7 @@ import assert from "node:assert/strict";
 import { describe, test } from "node:test";
 import { columnsOf, lowerBound, sumColumns } from "../../report/src/columns.js";
 import { expandRuns, Sums } from "../../report/src/model.js";
+import { speedData, wayOf } from "../../report/src/way.js";
 import { niceStep, printable, size, time } from "../../report/src/format.js";
 
 const total = (values) => values.reduce((sum, value) => sum + value, 0);
@@ -57,5 +58,19 @@ describe("The model of the report", () => {
     assert.equal(niceStep(11), 20);
     assert.ok(niceStep(1e16) >= 1e16);
     assert.equal(printable("a\u202eb\u0000\u00e4"), "a\\u202eb\\u0000\u00e4");
+  });
+
+  test("breaks a way where no place is known for long", () => {
+    const points = [0, 1000, 2000, 3000, 43000, 44000].map((at) => [at, 50, 8, at / 100]);
+    const way = wayOf(points);
+    assert.deepEqual(way.map((p) => p.isAfterGap), [false, false, false, false, true, false]);
+    assert.deepEqual(speedData(way), [[0, 1000, 2000, 3000, 23000, 43000, 44000], [0, 10, 20, 30, null, 430, 440]]);
+    assert.deepEqual(speedData(wayOf(points.slice(0, 1))), [[0], [0]]);
+  });
+
+  test("goes on across the date line", () => {
+    const way = wayOf([[0, 0, 179.999, null], [1000, 0, -179.999, null]]);
+    assert.ok(Math.abs(way[1].x - way[0].x - 222.4) < 0.1, `${way[0].x} to ${way[1].x}`);
+    assert.ok(Math.abs(way[1].speed - 800.6) < 0.1, `${way[1].speed} km/h`);
   });
 });

@@ -94,6 +94,7 @@ describe("The report of three drives", () => {
     const summary = await page.textContent("#summary");
     assert.match(summary, new RegExp(records.length.toLocaleString("en-US")));
     assert.match(summary, /Whole/);
+    assert.match(summary, /Clients43 marks$/);
     assert.equal(await found(), records.length);
     for (const client of ["GPS", "CAN", "IMU"]) {
       const wanted = records.filter((record) => record.client === client).length.toLocaleString("en-US");
@@ -173,6 +174,8 @@ describe("The report of three drives", () => {
     await page.click("#filter-clear");
     assert.equal(await found(), records.length);
     await page.fill("#filter-text", "$gnrmc,0224");
+    await expect((record) => hex(record).toString("latin1").toLowerCase().includes("$gnrmc,0224"));
+    await page.fill("#filter-text", "24 47 4E 52 4D 43 2C 30 32 32 34");
     await expect((record) => hex(record).toString("latin1").toLowerCase().includes("$gnrmc,0224"));
     await page.fill("#filter-text", "800000000a9a0001");
     await expect((record) => record.payload.includes("800000000a9a0001"));
@@ -271,6 +274,24 @@ describe("The report of three drives", () => {
     const pages = pdf.toString("latin1").match(/\/Type\s*\/Page\b/g).length;
     assert.ok(pages >= 2 && pages <= 6, `${pages} pages`);
     assert.equal(await page.evaluate(() => document.documentElement.dataset.theme), "dark");
+  });
+
+  test("is laid out for paper alike in any window", async () => {
+    const layouts = [];
+    for (const width of [1400, 700]) {
+      await page.setViewportSize({ width, height: 900 });
+      layouts.push(await page.evaluate(() => {
+        dispatchEvent(new Event("beforeprint"));
+        const widths = ["#timeline canvas", "#timeline-stage", "#rate canvas", ".row.head", ".rows .row .payload"].map((part) =>
+          Math.floor(document.querySelector(part).clientWidth));
+        const [rows, below] = [".rows", "footer"].map((part) => document.querySelector(part).getBoundingClientRect());
+        dispatchEvent(new Event("afterprint"));
+        return { widths, isBelow: below.top >= rows.bottom };
+      }));
+    }
+    assert.deepEqual(layouts[0], layouts[1]);
+    assert.equal(layouts[0].widths[0], layouts[0].widths[1], "the lanes fill their place");
+    assert.ok(layouts[0].isBelow);
   });
 
   test("says that it carries the first records only", async () => {

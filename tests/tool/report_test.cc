@@ -106,6 +106,14 @@ TEST_F(Report, KeepsTheFirstRecordsAndTheStartOfLongOnes) {
   EXPECT_EQ(MakeReport(log, {"--records", "0"}).data["records"], json::array());
 }
 
+// Where the page may draw the records that it holds, instead of counts of all.
+TEST_F(Report, TellsFromWhenOnRecordsAreLeftOut) {
+  LogBuilder log;
+  for (const std::uint32_t at : {10, 5000, 9000, 4000, 9500}) log.Record(21, 1, at, "x");
+  EXPECT_EQ(MakeReport(log).Summary()["first_left_out_ms"], nullptr);
+  EXPECT_EQ(MakeReport(log, {"--records", "3"}).Summary()["first_left_out_ms"], 4000);
+}
+
 TEST_F(Report, ShowsOnlyWhatIsAskedFor) {
   const ReportRun run = MakeReport(SmallLog(), {"--client", "GPS", "--from", "1", "--to", "5"});
   EXPECT_EQ(run.Summary()["records"], 1);
@@ -228,9 +236,11 @@ TEST_F(Report, TellsOfSilencesThatStandOut) {
     log.Record(5, 1, 30'000 + i / 30 * 1100 + i % 30 + (i < 600 ? 0 : 9000), "x");
   }
   const ReportRun run = MakeReport(log);
-  EXPECT_EQ(run.Client(3)["silences"], json::parse("[[490,5010]]"));
+  EXPECT_EQ(run.Client(3)["silences"], json::parse("[[490,5010],[5990,69319]]"));
   EXPECT_EQ(run.Client(4)["silences"], json::array());
   EXPECT_EQ(run.Client(5)["silences"], json::parse("[[50929,10071]]"));
+  const ReportRun part = MakeReport(log, {"--to", "8"});
+  EXPECT_EQ(part.Client(3)["silences"], json::parse("[[490,5010],[5990,2010]]"));
 }
 
 TEST_F(Report, DrawsTheWayOfASatelliteReceiver) {

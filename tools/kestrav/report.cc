@@ -31,7 +31,7 @@ struct ReportOptions {
 };
 
 // Walks the log once: counts what is asked for and hands the first of it to the page.
-void Walk(LogFile& log, const RecordFilter& filter, std::uint64_t most_records, ReportData& data,
+void Walk(LogFile& log, const ReportOptions& options, const RecordFilter& filter, ReportData& data,
           ReportPage& page) {
   constexpr std::uint64_t kRecordsBetweenLooks = 1024;
   LogWalk walk(log.Decoder());
@@ -41,7 +41,11 @@ void Walk(LogFile& log, const RecordFilter& filter, std::uint64_t most_records, 
     const std::int64_t at_ms = data.Look(walk);
     if (filter.Matches(header.client_id, header.time_stamp)) {
       data.Count(walk, at_ms);
-      if (page.Records() < most_records) page.AddRecord(header, at_ms, walk.Payload());
+      if (page.Records() < options.records) {
+        page.AddRecord(header, at_ms, walk.Payload());
+      } else {
+        data.LeaveOut(at_ms);
+      }
     }
     if (data.AllRecords() % kRecordsBetweenLooks == 0 && progress.IsDue()) {
       progress.Show(Counted(data.AllRecords(), "record", "records") + ", " +
@@ -49,7 +53,7 @@ void Walk(LogFile& log, const RecordFilter& filter, std::uint64_t most_records, 
     }
   }
   log.CheckReads();
-  data.End(log, walk);
+  data.End(log, walk, options.filter.to_scnds);
 }
 
 nlohmann::ordered_json FilterJson(const RecordFilter::Options& filter) {
@@ -67,7 +71,7 @@ ExitCode Report(const ReportOptions& options) {
   const RemoveOnInterrupt remove_part(out.PartPath());
   ReportPage page(out.PartPath(), options.out);
   ReportData data(log.Header().start_clock);
-  Walk(log, filter, options.records, data, page);
+  Walk(log, options, filter, data, page);
   nlohmann::ordered_json summary = ReportSummary(log, names, data);
   summary["filter"] = FilterJson(options.filter);
   summary["payload_limit"] = ReportPage::kMostPayloadBytes;

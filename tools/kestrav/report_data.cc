@@ -45,14 +45,22 @@ void ReportData::Count(const LogWalk& walk, std::int64_t at_ms) {
   if (const std::optional<Fix> fix = ReadFix(Text(walk.Payload()))) lane.track.Add(at_ms, *fix);
 }
 
-void ReportData::End(const LogFile& log, const LogWalk& walk) {
+void ReportData::LeaveOut(std::int64_t at_ms) {
+  first_left_out_ms_ = std::min(first_left_out_ms_.value_or(at_ms), at_ms);
+}
+
+void ReportData::End(const LogFile& log, const LogWalk& walk, double to_scnds) {
   damage_.CountEnd(log, walk);
   const std::uint64_t lost = damage_.Found().trailing_bytes + damage_.Found().cut_bytes;
   if (lost > 0) {
     AddMark({Mark::Kind::kTail, time_.Now(), static_cast<std::int64_t>(lost),
              static_cast<std::uint32_t>(damage_.ExpectedIndex()), walk.End()});
   }
-  for (const auto& [id, lane] : lanes_) lane->buckets.Widen(shift_);
+  const double end_ms = std::min(static_cast<double>(end_ms_), to_scnds * 1000);
+  for (const auto& [id, lane] : lanes_) {
+    lane->End(static_cast<std::int64_t>(end_ms));
+    lane->buckets.Widen(shift_);
+  }
   others_.buckets.Widen(shift_);
   mark_buckets_.Widen(shift_);
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "damage.h"
@@ -57,12 +58,16 @@ class ReportData {
   std::int64_t Look(const LogWalk& walk);
   // Counts that record: it is one of those that are asked for.
   void Count(const LogWalk& walk, std::int64_t at_ms);
-  // The walk is over.
-  void End(const LogFile& log, const LogWalk& walk);
+  // The page does not hold the record at this time, but counts it alone.
+  void LeaveOut(std::int64_t at_ms);
+  // The walk is over. What is asked for ends at `to_scnds` of the log, which may be beyond its end.
+  void End(const LogFile& log, const LogWalk& walk, double to_scnds);
 
   std::uint64_t AllRecords() const { return all_records_; }
   std::uint64_t Records() const { return records_; }  // that were counted
   std::int64_t EndMs() const { return end_ms_; }
+  // The earliest of those that were left out, which need not be the first one of them.
+  std::optional<std::int64_t> FirstLeftOutMs() const { return first_left_out_ms_; }
   unsigned Shift() const { return shift_; }  // of all buckets
   // The first clients; those beyond share one lane.
   const std::map<std::uint16_t, std::unique_ptr<Lane>>& Lanes() const { return lanes_; }
@@ -81,6 +86,7 @@ class ReportData {
   std::uint64_t all_records_ = 0;
   std::uint64_t records_ = 0;
   std::int64_t end_ms_ = 0;
+  std::optional<std::int64_t> first_left_out_ms_;
   unsigned shift_ = 0;
   std::map<std::uint16_t, std::unique_ptr<Lane>> lanes_;
   Lane others_;

@@ -49,6 +49,11 @@ void Lane::Add(const BinaryLogRecordHeader& header, std::int64_t at_ms, unsigned
   }
 }
 
+void Lane::End(std::int64_t end_ms) {
+  constexpr std::uint64_t kFewRecords = 10;  // tell nothing of how a client usually writes
+  if (statistics.records >= kFewRecords) AddSilence({last_ms, end_ms - last_ms});
+}
+
 void Lane::AddSilence(const Silence& silence) {
   constexpr std::int64_t kShortestMs = 1000;
   if (silence.length_ms < kShortestMs) return;

@@ -45,6 +45,8 @@ struct Lane {
   static constexpr std::size_t kMostDataIds = 64;
 
   void Add(const BinaryLogRecordHeader& header, std::int64_t at_ms, unsigned shift);
+  // No record follows, but the log goes on up to `end_ms`: a client may have fallen silent.
+  void End(std::int64_t end_ms);
   // Those that stand out, in the order of time: a second and ten times the usual at least, and not
   // one of many that are alike.
   std::vector<Silence> LongSilences() const;

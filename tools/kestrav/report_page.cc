@@ -46,7 +46,9 @@ void AppendPayload(std::string& out, std::string_view payload) {
 ReportPage::ReportPage(const std::string& path, const std::string& name)
     : name_(name), file_(Io::FileOutputSettings{.sync_interval_ms = 0}) {
   if (ReportHead().empty()) {
-    throw Failure("this tool was built without the page of the report (KESTRAV_REPORT=OFF)");
+    throw Failure(
+        "this tool was built without the page of the report; -DKESTRAV_REPORT=ON, which needs npm, "
+        "builds one that has it");
   }
   if (!file_.Open(WidePath(path), Io::OpenMode::kCreate)) Fail();
   Write(ReportHead());

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstddef>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -111,6 +112,7 @@ Json MarksJson(const ReportData& data) {
 
 Json ReportSummary(const LogFile& log, const ClientNames& names, const ReportData& data) {
   const BinaryLogStreamHeader& header = log.Header();
+  const std::optional<std::int64_t> left_out = data.FirstLeftOutMs();
   return {{"tool", KESTRAV_VERSION},
           {"log",
            {{"name", std::filesystem::path(log.Path()).filename().string()},
@@ -123,6 +125,7 @@ Json ReportSummary(const LogFile& log, const ClientNames& names, const ReportDat
           {"all_records", data.AllRecords()},
           {"records", data.Records()},
           {"end_ms", data.EndMs()},
+          {"first_left_out_ms", left_out ? Json(*left_out) : Json()},
           {"bucket_ms", std::int64_t{1} << data.Shift()},
           {"loss", DamageText(data.GetDamage())},
           {"clients", ClientsJson(names, data)},
