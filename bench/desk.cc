@@ -16,6 +16,7 @@
 
 #include "kestrav/format/decoder.h"
 #include "kestrav/format/encoder.h"
+#include "kestrav/host/time/manual_source.h"
 #include "support/contestants.h"
 #include "support/logs.h"
 #include "support/product.h"
@@ -72,18 +73,23 @@ bool Repeat(const Messages& drive, const std::string& path, std::uint64_t bytes)
   const auto stream = OpenOutput(path, Io::OpenMode::kCreate);
   if (stream == nullptr || drive.empty()) return false;
   constexpr std::uint32_t kPauseMs = 1000;
-  const std::uint32_t length_ms = drive.back()->time_stamp - drive.front()->time_stamp + kPauseMs;
+  const std::uint32_t start_ms = drive.front()->time_stamp;
+  const std::uint32_t length_ms = drive.back()->time_stamp - start_ms + kPauseMs;
+  Time::ManualSource clock(start_ms);
+  Time::ISource* const before = Time::SetSource(&clock);
   BinaryEncoder encoder(stream);
   encoder.EnableEncryption(true);
-  if (!encoder.Start(~std::uint64_t{0})) return false;
-  while (stream->Position() < bytes) {
+  bool good = encoder.Start(~std::uint64_t{0});
+  while (good && stream->Position() < bytes) {
     for (const auto& message : drive) {
-      if (!encoder.WriteBinaryLogRecord(message)) return false;
+      good = good && encoder.WriteBinaryLogRecord(message);
       message->time_stamp += length_ms;
     }
+    clock.MoveTo(clock.ElapsedMs() + length_ms);
   }
   encoder.Stop();
-  return stream->Close();
+  Time::SetSource(before);
+  return stream->Close() && good;
 }
 
 // Empty: it cannot be made.

@@ -44,9 +44,9 @@ class KESTRAV_API ISource {
   // Blocks the calling thread until `waiter` is notified, at most `timeout_ms`. false: time is up.
   virtual bool Wait(Waiter& waiter, std::uint32_t timeout_ms) = 0;
 
-  // A worker thread is about to start (said by its starter), runs now (said by itself, with what the
-  // starter was given), has ended (by itself) or did not start after all (by its starter). A source
-  // that must know when all threads rest counts them.
+  // A worker thread is about to start (said by its starter), runs now (said by itself, with what
+  // the starter was given), has ended (by itself) or did not start after all (by its starter). A
+  // source that must know when all threads rest counts them.
   virtual std::uint64_t OnThreadStarting() { return 0; }
   virtual void OnThreadRunning(std::uint64_t /*number*/) {}
   virtual void OnThreadEnded() {}
