@@ -149,6 +149,20 @@ TEST(Export, GivesEachClientATableOfItsKind) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tables), {}), 4);
 }
 
+TEST(Export, TellsATableOfFramesFromOneOfLinesWhateverComesFirst) {
+  const Folder folder;
+  LogBuilder log;
+  log.Dictionary({{"CAN", 21}, {"IMU", 22}}, 0).Record(21, 1, 0, Frame(0x123, ",,"));
+  log.Record(21, 1, 0, Frame(0x124, "")).Record(22, 1, 0, "millis,a").Record(22, 98, 0, "noise");
+  log.Record(22, 2, 0, "1,2");
+  const std::string tables = folder.Path("tables");
+  const Result result =
+      RunTool(ExportTo("csv", WriteLog(folder, log), {"--per-client", "-o", tables}));
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_THAT(ReadFile(tables + "/CAN.csv"), ::testing::HasSubstr(",1,0x123,0,0,0,2,0x2c2c\r\n"));
+  EXPECT_EQ(ReadFile(tables + "/IMU.csv"), "millis,a\nnoise\n1,2\n");
+}
+
 TEST(Export, KeepsTheHeaderLineOfATableThatBeginsLater) {
   const Folder folder;
   LogBuilder log;
