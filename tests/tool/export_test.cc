@@ -55,6 +55,16 @@ TEST(Export, ToJsonlPrintsTheLinesOfCatWithTheTimeOfDay) {
   }
 }
 
+TEST(Export, ToJsonlHoldsNoBytesOfANameThatATerminalObeys) {
+  const Folder folder;
+  LogBuilder log;
+  log.Dictionary({{"a\"\\\n\x1b\x7F\xC2\x9B\xC3\xA9\xFF", 21}}, 0).Record(21, 1, 0, "x");
+  const Result result = RunTool(ExportTo("jsonl", WriteLog(folder, log), {"--client", "21"}));
+  EXPECT_EQ(Value(result.out, "client_id"), "21");
+  EXPECT_THAT(result.out,
+              ::testing::HasSubstr(R"("client":"a\"\\\n\u001b\u007f\u009b\u00e9\ufffd")"));
+}
+
 TEST(Export, ToCsvWritesARecordALineWithTextAndHexApart) {
   const Folder folder;
   const Result result = RunTool(ExportTo("csv", WriteLog(folder, SmallLog()), {"--from", "0"}));
