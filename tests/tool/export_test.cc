@@ -331,6 +331,7 @@ TEST(Export, RefusesWrongUsage) {
                                      ExportTo("jsonl", log, {"--per-client", "-o", "x"}),
                                      ExportTo("csv", log, {"--interface", "can0"}),
                                      ExportTo("candump", log, {"--interface", "can 0"}),
+                                     ExportTo("candump", log, {"--interface", "abcdefghijklmnop"}),
                                      ExportTo("csv", log, {"--from", "2", "--until", "1"})}) {
     const Result result = RunTool(arguments);
     EXPECT_EQ(result.code, 2) << ::testing::PrintToString(arguments);
