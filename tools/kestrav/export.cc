@@ -35,17 +35,17 @@ struct ExportOptions {
 struct Format {
   std::string_view name;
   ExporterPtr (*make)(const ExportContext&);
-  const char* left_out;  // what is said of records that it has no form for
+  const char* left_out;  // what the records are that it has no form for
   bool is_binary = false;
   bool has_frames = false;
 };
 
 constexpr std::array<Format, 6> kFormats = {
     {{"jsonl", MakeJsonlExporter, ""},
-     {"csv", MakeCsvExporter, "have no place in a table"},
-     {"candump", MakeCandumpExporter, "are no CAN frames", false, true},
-     {"nmea", MakeNmeaExporter, "are no NMEA sentences"},
-     {"pcapng", MakePcapngExporter, "are no classic CAN frames", true, true},
+     {"csv", MakeCsvExporter, "no place in a table"},
+     {"candump", MakeCandumpExporter, "no CAN frames", false, true},
+     {"nmea", MakeNmeaExporter, "no NMEA sentences"},
+     {"pcapng", MakePcapngExporter, "no classic CAN frames", true, true},
      {"mcap", MakeMcapExporter, "", true}}};
 
 const Format& FindFormat(const std::string& name) {
@@ -168,7 +168,7 @@ ExitCode RunExport(const ExportOptions& options) {
   destination.Commit();
   if (exporter->LeftOut() > 0) {
     Say(options.log,
-        Counted(exporter->LeftOut(), "record", "records") + " left out that " + format.left_out);
+        Counted(exporter->LeftOut(), "record", "records") + " left out: " + format.left_out);
   }
   if (run.Found().IsNone()) return kDone;
   Say(options.log, DamageText(run.Found()));
