@@ -214,8 +214,7 @@ TEST(HandOn, CandumpOfEveryKindOfFrameIsTheSourceAndCanUtilsReadIt) {
   const std::string out = folder.Path("can.log");
   const Result result = RunTool({"export", log, "--to", "candump", "-o", out});
   EXPECT_EQ(result.code, 0);
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + log + ": 7 records left out: no CAN frames\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + log + ": 7 records left out: no CAN frames\n");
   EXPECT_EQ(ReadFile(out), source);
   Read({"log2asc", "-I", out, "-O", folder.Path("can.asc"), "can0", "can1"});
   std::size_t frames = 0;

@@ -110,8 +110,7 @@ TEST(Export, ToCandumpNamesAnInterfaceForEachClient) {
             "(1000000000.002000) can1 456#R3\n"
             "(1000000001.003000) can0 20000004#0001\n"
             "(1000000001.004000) can0 00000001#R\n");
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + path + ": 2 records left out: no CAN frames\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + path + ": 2 records left out: no CAN frames\n");
   const Result named = RunTool(ExportTo("candump", path, {"--interface", "vcan7"}));
   EXPECT_EQ(Lines(named.out)[1], "(1000000000.002000) vcan7 456#R3");
 }
@@ -125,8 +124,7 @@ TEST(Export, ToNmeaLeavesOutWhatIsNoSentence) {
   const Result result = RunTool(ExportTo("nmea", path));
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.out, "$GPTXT,a*00\n!AIVDM,1\n");
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + path + ": 3 records left out: no NMEA sentences\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + path + ": 3 records left out: no NMEA sentences\n");
 }
 
 TEST(Export, GivesEachClientATableOfItsKind) {
@@ -142,8 +140,7 @@ TEST(Export, GivesEachClientATableOfItsKind) {
   const Result result = RunTool(ExportTo("csv", path, {"--per-client", "-o", tables}));
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + path + ": 2 records left out: no place in a table\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + path + ": 2 records left out: no place in a table\n");
   EXPECT_EQ(ReadFile(tables + "/IMU.csv"), "millis,\"a,b\"\n1,=2\nnoise\n");
   EXPECT_EQ(ReadFile(tables + "/CAN.csv"),
             "index,time_ms,time,data_id,can_id,extended,remote,error,length,data\r\n"
