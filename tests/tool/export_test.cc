@@ -55,6 +55,16 @@ TEST(Export, ToJsonlPrintsTheLinesOfCatWithTheTimeOfDay) {
   }
 }
 
+TEST(Export, ToJsonlHoldsNoBytesOfANameThatATerminalObeys) {
+  const Folder folder;
+  LogBuilder log;
+  log.Dictionary({{"a\"\\\n\x1b\x7F\xC2\x9B\xC3\xA9\xFF", 21}}, 0).Record(21, 1, 0, "x");
+  const Result result = RunTool(ExportTo("jsonl", WriteLog(folder, log), {"--client", "21"}));
+  EXPECT_EQ(Value(result.out, "client_id"), "21");
+  EXPECT_THAT(result.out,
+              ::testing::HasSubstr(R"("client":"a\"\\\n\u001b\u007f\u009b\u00e9\ufffd")"));
+}
+
 TEST(Export, ToCsvWritesARecordALineWithTextAndHexApart) {
   const Folder folder;
   const Result result = RunTool(ExportTo("csv", WriteLog(folder, SmallLog()), {"--from", "0"}));
@@ -100,8 +110,7 @@ TEST(Export, ToCandumpNamesAnInterfaceForEachClient) {
             "(1000000000.002000) can1 456#R3\n"
             "(1000000001.003000) can0 20000004#0001\n"
             "(1000000001.004000) can0 00000001#R\n");
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + path + ": 2 records left out that are no CAN frames\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + path + ": 2 records left out: no CAN frames\n");
   const Result named = RunTool(ExportTo("candump", path, {"--interface", "vcan7"}));
   EXPECT_EQ(Lines(named.out)[1], "(1000000000.002000) vcan7 456#R3");
 }
@@ -115,8 +124,7 @@ TEST(Export, ToNmeaLeavesOutWhatIsNoSentence) {
   const Result result = RunTool(ExportTo("nmea", path));
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.out, "$GPTXT,a*00\n!AIVDM,1\n");
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + path + ": 3 records left out that are no NMEA sentences\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + path + ": 3 records left out: no NMEA sentences\n");
 }
 
 TEST(Export, GivesEachClientATableOfItsKind) {
@@ -132,8 +140,7 @@ TEST(Export, GivesEachClientATableOfItsKind) {
   const Result result = RunTool(ExportTo("csv", path, {"--per-client", "-o", tables}));
   EXPECT_EQ(result.code, 0);
   EXPECT_EQ(result.out, "");
-  EXPECT_EQ(result.err,
-            "kestrav: export: " + path + ": 2 records left out that have no place in a table\n");
+  EXPECT_EQ(result.err, "kestrav: export: " + path + ": 2 records left out: no place in a table\n");
   EXPECT_EQ(ReadFile(tables + "/IMU.csv"), "millis,\"a,b\"\n1,=2\nnoise\n");
   EXPECT_EQ(ReadFile(tables + "/CAN.csv"),
             "index,time_ms,time,data_id,can_id,extended,remote,error,length,data\r\n"
@@ -147,6 +154,20 @@ TEST(Export, GivesEachClientATableOfItsKind) {
             "index,time_ms,time,data_id,size,text,payload_hex\r\n"
             "8,30,2001-09-09T01:46:40.030Z,5,8,\"$GPTXT,a\",\r\n");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(tables), {}), 4);
+}
+
+TEST(Export, TellsATableOfFramesFromOneOfLinesWhateverComesFirst) {
+  const Folder folder;
+  LogBuilder log;
+  log.Dictionary({{"CAN", 21}, {"IMU", 22}}, 0).Record(21, 1, 0, Frame(0x123, ",,"));
+  log.Record(21, 1, 0, Frame(0x124, "")).Record(22, 1, 0, "millis,a").Record(22, 98, 0, "noise");
+  log.Record(22, 2, 0, "1,2");
+  const std::string tables = folder.Path("tables");
+  const Result result =
+      RunTool(ExportTo("csv", WriteLog(folder, log), {"--per-client", "-o", tables}));
+  EXPECT_EQ(result.code, 0) << result.err;
+  EXPECT_THAT(ReadFile(tables + "/CAN.csv"), ::testing::HasSubstr(",1,0x123,0,0,0,2,0x2c2c\r\n"));
+  EXPECT_EQ(ReadFile(tables + "/IMU.csv"), "millis,a\nnoise\n1,2\n");
 }
 
 TEST(Export, KeepsTheHeaderLineOfATableThatBeginsLater) {
@@ -307,6 +328,7 @@ TEST(Export, RefusesWrongUsage) {
                                      ExportTo("jsonl", log, {"--per-client", "-o", "x"}),
                                      ExportTo("csv", log, {"--interface", "can0"}),
                                      ExportTo("candump", log, {"--interface", "can 0"}),
+                                     ExportTo("candump", log, {"--interface", "abcdefghijklmnop"}),
                                      ExportTo("csv", log, {"--from", "2", "--until", "1"})}) {
     const Result result = RunTool(arguments);
     EXPECT_EQ(result.code, 2) << ::testing::PrintToString(arguments);

@@ -163,7 +163,7 @@ TEST_P(FollowOfALog, ReadsWhatIsAppendedByteByByteAndEndsWithTheRecording) {
 }
 
 // A damaged record is left out when a whole one behind it has come.
-TEST_P(FollowOfALog, PassesOverDamageAsCatDoes) {
+TEST_P(FollowOfALog, PassesOverDamageAndSaysSoInTheEnd) {
   Log log(600, GetParam());
   const std::size_t damaged = log.Offset(1) + 20;  // the payload
   log.running[damaged] = static_cast<char>(log.running[damaged] ^ 1);
@@ -175,7 +175,9 @@ TEST_P(FollowOfALog, PassesOverDamageAsCatDoes) {
   file.Append(log.running.substr(log.Offset(2)));
   for (std::size_t i = 2; i < 600; ++i) EXPECT_EQ(following.ReadLine(), Log::Line(i));
   following.Signal(SIGTERM);
-  EXPECT_EQ(following.Wait(), 0);
+  EXPECT_EQ(following.Wait(), 3);
+  EXPECT_EQ(following.Errors(),
+            "kestrav: cat: " + file.Path() + ": 22 bytes damaged in 1 place, 1 record missing\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Scrambling, FollowOfALog, ::testing::Values(0, 0x5A),
@@ -203,7 +205,7 @@ TEST(Follow, FindsItsWayBehindADamagedHeaderAsCatDoes) {
   }
   for (std::size_t i = 1; i < lines.size(); ++i) EXPECT_EQ(following.ReadLine(), lines[i] + "\n");
   following.Signal(SIGINT);
-  EXPECT_EQ(following.Wait(), 0);
+  EXPECT_EQ(following.Wait(), 3);
 }
 
 TEST(Follow, ChoosesByTimeAndClientAndPrintsInTheFormatOfCat) {
@@ -249,9 +251,10 @@ TEST(Follow, TellsByItsExitCodeThatTheRecordingEndedInDamage) {
   Log log(3);
   log.finished.back() = static_cast<char>(log.finished.back() ^ 1);
   const Folder folder;
-  const Result result = RunTool({"cat", "--follow", "--client", "GPS", "--format", "raw",
-                                 folder.Write("done.klog", log.finished)});
+  const std::string path = folder.Write("done.klog", log.finished);
+  const Result result = RunTool({"cat", "--follow", "--client", "GPS", "--format", "raw", path});
   EXPECT_EQ(result.code, 3);
+  EXPECT_EQ(result.err, "kestrav: cat: " + path + ": 22 bytes behind the last whole record\n");
   EXPECT_EQ(result.out, Log::Line(0) + Log::Line(1));
 }
 

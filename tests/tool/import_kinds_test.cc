@@ -81,7 +81,7 @@ TEST(ImportOfCandump, ReadsEveryFormOfAClassicFrame) {
       {"123#R8", Frame(0x40000123, "", 8)},
       {"00000123#R3", Frame(0xC0000123, "", 3)}};
   std::string trace;
-  for (const auto& [text, frame] : cases) trace += "(1611136682.761619) can0 " + text + "\n";
+  for (const auto& [text, frame] : cases) trace += "(1611136682.000619) can0 " + text + "\n";
   const std::vector<Record> records = Imported("candump", trace);
   ASSERT_EQ(records.size(), cases.size());
   for (std::size_t i = 0; i < cases.size(); ++i) {

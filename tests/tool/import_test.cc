@@ -57,6 +57,8 @@ TEST_P(ImportOfRealTraces, GivesTheFramesBackOneByOneWithTheirTimes) {
   const std::vector<Record> records = RecordsOf(log_, "CAN");
   const std::vector<std::string> lines = Lines(ReadFile(kData + "can-falcon.log"));
   ASSERT_EQ(records.size(), lines.size());
+  // The earliest of the three traces, the CSV, starts so far into its second.
+  constexpr std::int64_t kStartMs = 119;
   std::int64_t first_ms = 0;
   for (std::size_t i = 0; i < lines.size(); ++i) {
     // (1611136682.761619) can0 200#02020221022EC000
@@ -64,7 +66,7 @@ TEST_P(ImportOfRealTraces, GivesTheFramesBackOneByOneWithTheirTimes) {
     const std::int64_t ms = std::stoll(line.substr(1, 10)) * 1000 + std::stoll(line.substr(12, 3));
     if (i == 0) first_ms = ms;
     const auto id = static_cast<std::uint32_t>(std::stoul(line.substr(25, 3), nullptr, 16));
-    const Record expected{1, ms - first_ms, Frame(id, FromHex(line.substr(29)))};
+    const Record expected{1, kStartMs + ms - first_ms, Frame(id, FromHex(line.substr(29)))};
     ASSERT_EQ(records[i], expected) << line;
   }
 }
@@ -111,6 +113,19 @@ TEST(Import, TakesTheEarliestTimeThatATraceTellsAsTheStartOfTheLog) {
   ASSERT_EQ(RunTool({"import", "-o", log, "csv:" + a, "candump:" + b, "nmea:" + c}).code, 0);
   const auto json = nlohmann::json::parse(RunTool({"info", "--json", log}).out);
   EXPECT_EQ(json["start_time"], 1581041657);  // 2020-02-07 02:14:17 UTC
+}
+
+TEST(Import, KeepsTheMillisecondsInWhichTheEarliestTraceStarts) {
+  const Folder folder;
+  const std::string log = folder.Path("o.klog");
+  const std::string can =
+      folder.Write("a", "(1611136682.761619) c 001#\n(1611136683.123) c 002#\n");
+  const std::string csv = folder.Write("b", "millis\n5\n");
+  ASSERT_EQ(RunTool({"import", "-o", log, "candump:" + can, "csv:" + csv}).code, 0);
+  EXPECT_EQ(nlohmann::json::parse(RunTool({"info", "--json", log}).out)["start_time"], 1611136682);
+  EXPECT_EQ(RecordsOf(log, "CAN"),
+            (std::vector<Record>{{1, 761, Frame(1, "")}, {1, 1123, Frame(2, "")}}));
+  EXPECT_EQ(RecordsOf(log, "IMU")[1], (Record{2, 761, "5"}));
 }
 
 TEST(Import, WritesTheDictionaryEveryTenSecondsOfTheTrace) {

@@ -1,4 +1,7 @@
+#include "candump.h"
+
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 
 #include "can_frame.h"
@@ -67,6 +70,14 @@ bool ReadData(std::string_view text, std::uint8_t* data, std::uint8_t& length) {
   return true;
 }
 
+// The rest of a CAN FD frame behind its id: #, the flags, up to 64 bytes.
+bool IsFdData(std::string_view text) {
+  constexpr std::size_t kMostDigits = 2 + 2 * 64;
+  const auto is_hex_digit = [](unsigned char c) { return std::isxdigit(c) != 0; };
+  return text.size() >= 2 && text.size() <= kMostDigits && text.size() % 2 == 0 && text[0] == '#' &&
+         std::all_of(text.begin() + 1, text.end(), is_hex_digit);
+}
+
 bool ReadFrame(std::string_view text, std::uint8_t* frame) {
   std::string_view id_text;
   std::uint32_t id = 0;
@@ -82,14 +93,26 @@ bool ReadFrame(std::string_view text, std::uint8_t* frame) {
   return true;
 }
 
+bool SplitLine(std::string_view line, CandumpLine& parts) {
+  if (line.empty() || line[0] != '(') return false;
+  line.remove_prefix(1);
+  if (!TakeUpTo(line, ')', parts.time) || line.empty() || line[0] != ' ') return false;
+  line.remove_prefix(1);
+  if (!TakeUpTo(line, ' ', parts.interface) || parts.interface.empty()) return false;
+  parts.frame = line;
+  return true;
+}
+
 class CandumpParser final : public TraceParser {
  public:
   ParsedLine Parse(std::string_view line) override {
     constexpr std::uint16_t kFrameDataId = 1;
     ParsedLine parsed;
+    CandumpLine parts;
     std::int64_t time_ms = 0;
     std::uint8_t frame[kCanFrameSize] = {};
-    if (!ReadLine(line, time_ms, frame)) {
+    if (!SplitLine(line, parts) || !ReadTime(parts.time, time_ms) ||
+        !ReadFrame(parts.frame, frame)) {
       parsed.payload = line;
       return parsed;
     }
@@ -105,20 +128,23 @@ class CandumpParser final : public TraceParser {
   }
 
  private:
-  static bool ReadLine(std::string_view line, std::int64_t& time_ms, std::uint8_t* frame) {
-    std::string_view time;
-    std::string_view interface;
-    if (line.empty() || line[0] != '(') return false;
-    line.remove_prefix(1);
-    return TakeUpTo(line, ')', time) && ReadTime(time, time_ms) && !line.empty() &&
-           line[0] == ' ' && (line.remove_prefix(1), TakeUpTo(line, ' ', interface)) &&
-           !interface.empty() && ReadFrame(line, frame);
-  }
-
   bool is_unix_time_ = false;
 };
 
 }  // namespace
+
+bool ReadOtherFrame(std::string_view line, CandumpLine& parts) {
+  std::int64_t time_ms = 0;
+  if (!SplitLine(line, parts) || !ReadTime(parts.time, time_ms)) return false;
+  std::string_view data = parts.frame;
+  const bool directed = data.ends_with(" R") || data.ends_with(" T");
+  if (directed) data.remove_suffix(2);
+  std::uint8_t frame[kCanFrameSize] = {};
+  if (directed && ReadFrame(data, frame)) return true;
+  std::string_view id_text;
+  std::uint32_t id = 0;
+  return TakeUpTo(data, '#', id_text) && ReadId(id_text, id) && IsFdData(data);
+}
 
 bool ReadDigits(std::string_view text, std::int64_t& value) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "damage.h"
 #include "growing_log.h"
 #include "log_file.h"
 #include "log_index.h"
@@ -164,6 +165,7 @@ class Follower {
   State PrintNew(GrowingLog& log, const RecordFilter& filter) {
     constexpr std::uint64_t kRecordsBetweenLooks = 1024;
     while (log.Next()) {
+      damage_.CountRecord(log.Walk());
       const BinaryLogRecordHeader& header = log.Walk().Header();
       const Memory::MemBlock& payload = log.Walk().Payload();
       if (names_.IsEmpty() && ReadNames(header.client_id, header.data_id, payload, names_)) {
@@ -186,16 +188,21 @@ class Follower {
     return output_.Flush() ? State::kGrowing : State::kReaderGone;
   }
 
-  ExitCode End(const GrowingLog& log, State state) {
+  ExitCode End(GrowingLog& log, State state) {
     output_.Flush();
     if (state == State::kTruncated) {
       throw Failure(options_.log + ": was truncated while it was read", kLost);
     }
-    if (state == State::kReplaced) {
-      std::fprintf(stderr, "kestrav: cat: %s: is another file now, or none\n",
-                   OneLine(options_.log).c_str());
-    }
-    return state != State::kFinished || log.IsAllRead() ? kDone : kLost;
+    if (state == State::kReaderGone) return kDone;
+    if (state == State::kReplaced) Say("is another file now, or none");
+    if (state == State::kFinished) damage_.CountEnd(log.File(), log.Walk());
+    if (damage_.Found().IsNone()) return kDone;
+    Say(DamageText(damage_.Found()));
+    return kLost;
+  }
+
+  void Say(const std::string& text) const {
+    std::fprintf(stderr, "kestrav: cat: %s\n", OneLine(options_.log + ": " + text).c_str());
   }
 
   const CatOptions& options_;
@@ -203,6 +210,7 @@ class Follower {
   ClientNames names_;
   std::unique_ptr<Printer> printer_;
   Output output_;
+  DamageCounter damage_;
   LogMessage message_;
   std::uint64_t index_ = 0;
 };
@@ -223,7 +231,8 @@ void AddCat(CLI::App& app, ExitCode& exit_code) {
       "jsonl  one object a line: index, client_id, client, data_id, time_ms, size, payload (hex)\n"
       "raw    the payloads, each followed by a line feed\n"
       "Damaged records are left out. Exit code 3: the log ends in damage.\n"
-      "--follow waits for the rest of a cut record, and ends with code 0 when it is interrupted.");
+      "--follow waits for the rest of a cut record, and for more until it is interrupted. Exit\n"
+      "code 3: what it read was damaged somewhere.");
   command->callback([options, &exit_code] {
     exit_code = options->follow ? Follower(*options).Run() : Cat(*options);
   });

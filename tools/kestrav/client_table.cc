@@ -23,13 +23,21 @@ std::size_t Commas(std::string_view line) {
 
 bool CanBeHeaderLine(const RecordView& record) {
   return record.data_id == kCsvHeaderDataId && IsLine(record.payload) &&
-         Commas(record.payload) > 0 && !IsNmeaSentence(record.payload);
+         Commas(record.payload) > 0 && !IsNmeaSentence(record.payload) &&
+         !IsCanFrame(record.payload);
 }
 
 bool CanBeCsvLine(const RecordView& record) {
   const bool known = record.data_id == kCsvHeaderDataId || record.data_id == kCsvSampleDataId ||
                      record.data_id == kUnreadableDataId;
   return known && IsLine(record.payload);
+}
+
+bool FollowsHeaderLine(const RecordView& record, std::string_view header) {
+  const bool fits =
+      record.data_id == kUnreadableDataId ||
+      (record.data_id == kCsvSampleDataId && Commas(record.payload) >= Commas(header));
+  return fits && IsLine(record.payload);
 }
 
 }  // namespace
@@ -78,8 +86,7 @@ bool ClientTable::Decide(const RecordView& record) {
     has_header_ = true;
     return false;
   }
-  if (has_header_ && record.data_id == kCsvSampleDataId && IsLine(record.payload) &&
-      Commas(record.payload) >= Commas(header_)) {
+  if (has_header_ && FollowsHeaderLine(record, header_)) {
     kind_ = Kind::kLines;
     output_.Text().append(header_).push_back('\n');
   } else if (!has_header_ && IsCanFrame(record.payload)) {

@@ -35,17 +35,17 @@ struct ExportOptions {
 struct Format {
   std::string_view name;
   ExporterPtr (*make)(const ExportContext&);
-  const char* left_out;  // what is said of records that it has no form for
+  const char* left_out;  // what the records are that it has no form for
   bool is_binary = false;
   bool has_frames = false;
 };
 
 constexpr std::array<Format, 6> kFormats = {
     {{"jsonl", MakeJsonlExporter, ""},
-     {"csv", MakeCsvExporter, "have no place in a table"},
-     {"candump", MakeCandumpExporter, "are no CAN frames", false, true},
-     {"nmea", MakeNmeaExporter, "are no NMEA sentences"},
-     {"pcapng", MakePcapngExporter, "are no CAN frames", true, true},
+     {"csv", MakeCsvExporter, "no place in a table"},
+     {"candump", MakeCandumpExporter, "no CAN frames", false, true},
+     {"nmea", MakeNmeaExporter, "no NMEA sentences"},
+     {"pcapng", MakePcapngExporter, "no classic CAN frames", true, true},
      {"mcap", MakeMcapExporter, "", true}}};
 
 const Format& FindFormat(const std::string& name) {
@@ -62,12 +62,14 @@ void CheckUsage(const ExportOptions& options, const Format& format) {
   } else if (format.is_binary && options.out.empty()) {
     refuse("--to " + options.format + " is not text: name a file with -o");
   }
+  constexpr std::size_t kLongestInterface = 15;  // of the Linux kernel
   const auto is_graph = [](unsigned char c) { return std::isgraph(c) != 0; };
   if (!options.interface.empty() && !format.has_frames) {
     refuse("--interface is for --to candump and --to pcapng");
   }
-  if (!std::all_of(options.interface.begin(), options.interface.end(), is_graph)) {
-    refuse("the name of an interface is ASCII without blanks");
+  if (options.interface.size() > kLongestInterface ||
+      !std::all_of(options.interface.begin(), options.interface.end(), is_graph)) {
+    refuse("the name of an interface is up to 15 ASCII characters without blanks");
   }
 }
 
@@ -166,7 +168,7 @@ ExitCode RunExport(const ExportOptions& options) {
   destination.Commit();
   if (exporter->LeftOut() > 0) {
     Say(options.log,
-        Counted(exporter->LeftOut(), "record", "records") + " left out that " + format.left_out);
+        Counted(exporter->LeftOut(), "record", "records") + " left out: " + format.left_out);
   }
   if (run.Found().IsNone()) return kDone;
   Say(options.log, DamageText(run.Found()));
@@ -181,7 +183,7 @@ constexpr const char* kFooter =
     "         with = + - @, a tab or a line end and is no number) stands in payload_hex\n"
     "candump  CAN frames as candump -L writes them; the microseconds are 000\n"
     "nmea     NMEA sentences, each ended with a line feed\n"
-    "pcapng   CAN frames as a capture, an interface a client\n"
+    "pcapng   classic CAN frames as a capture, an interface a client\n"
     "mcap     a channel for each client and data id, JSON messages with a schema, and an index\n"
     "\n"
     "--per-client writes DIR/CLIENT.csv: CAN frames with columns of their own; the lines of an\n"
@@ -189,8 +191,10 @@ constexpr const char* kFooter =
     "Interfaces are named can0, can1 and so on in the order of their first frames.\n"
     "\n"
     "What was imported comes back byte for byte (nmea, candump, csv with --per-client), but for\n"
-    "empty lines and the CR of line ends; of nmea and candump also for lines that were none, and\n"
-    "of candump for microseconds and the fraction of the second in which the log starts.\n"
+    "empty lines, the CR of line ends and a missing last one; of nmea and candump also for lines\n"
+    "that were none, and of candump for microseconds, the names of interfaces (see --interface),\n"
+    "hex digits in lower case and the 0 of R0. Of several sources only the earliest has its time\n"
+    "of day. Lines of CAN FD, and those with a direction, are handed to candump as they were.\n"
     "\n"
     "jsonl, csv and mcap hold the recorder's own records too. What a format has no form for is\n"
     "left out and counted. Exit code 3: the log is damaged, and what is whole was handed on.";

@@ -1,10 +1,13 @@
 #include "can_frame.h"
 #include "can_interfaces.h"
+#include "candump.h"
 #include "exporter.h"
 #include "log_clock.h"
 #include "text.h"
+#include "trace_parser.h"
 
-// The log format of candump, with the milliseconds that a log has of its microseconds.
+// The log format of candump, with the milliseconds that a log has of its microseconds. Frames that
+// were imported as lines are such lines again.
 
 namespace kestrav::tool {
 namespace {
@@ -20,12 +23,12 @@ void AppendPadded(std::string& out, std::uint64_t value, std::size_t width) {
 class CandumpExporter final : public Exporter {
  public:
   explicit CandumpExporter(const ExportContext& context)
-      : clock_(context.header), interfaces_(context.interface) {}
+      : clock_(context.header), interface_(context.interface), interfaces_(context.interface) {}
 
   void Add(const RecordView& record, std::string& out) override {
     constexpr std::size_t kScndsWidth = 10;
     constexpr std::size_t kMsWidth = 3;
-    if (!IsCanFrame(record.payload)) return LeaveOut(record);
+    if (!IsCanFrame(record.payload)) return AddOtherFrame(record, out);
     const auto unix_ms = static_cast<std::uint64_t>(clock_.UnixMs(record.time_stamp));
     bool is_new = false;
     out += '(';
@@ -40,7 +43,20 @@ class CandumpExporter final : public Exporter {
   }
 
  private:
+  // The log has the whole line.
+  void AddOtherFrame(const RecordView& record, std::string& out) {
+    CandumpLine line;
+    if (record.data_id != kUnreadableDataId || !IsPrintable(record.payload) ||
+        !ReadOtherFrame(record.payload, line)) {
+      return LeaveOut(record);
+    }
+    out.append("(").append(line.time).append(") ");
+    out.append(interface_.empty() ? line.interface : interface_);
+    out.append(" ").append(line.frame).append("\n");
+  }
+
   LogClock clock_;
+  const std::string interface_;
   CanInterfaces interfaces_;
 };
 

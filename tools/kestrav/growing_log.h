@@ -37,8 +37,6 @@ class GrowingLog {
   bool Next();
   // Returns when the log has grown, or with what ends it.
   State Wait();
-  // Whether all bytes of the file have been read as whole records or passed over as damage.
-  bool IsAllRead() const { return walk_.End() == log_.Size(); }
 
  private:
   bool IsFinished() const;

@@ -31,22 +31,29 @@ struct ImportOptions {
 
 using Sources = std::vector<std::unique_ptr<TraceSource>>;
 
-// The time of the traces, in use while this exists.
+// The time of the traces, in use while this exists. A log starts with a whole second, the traces
+// within it.
 class TraceClock {
  public:
-  explicit TraceClock(std::int64_t wall_scnds) : source_(kStartMs, wall_scnds) {
+  explicit TraceClock(std::int64_t unix_ms)
+      : source_(kStartMs, unix_ms / 1000), first_ms_(static_cast<std::uint64_t>(unix_ms % 1000)) {
     Time::SetSource(&source_);
   }
   ~TraceClock() { Time::SetSource(nullptr); }
   TraceClock(const TraceClock&) = delete;
   TraceClock& operator=(const TraceClock&) = delete;
 
-  Time::ManualSource* operator->() { return &source_; }
+  // `at_ms` is since the start of the traces.
+  void MoveTo(std::uint32_t at_ms) { source_.MoveTo(first_ms_ + at_ms); }
+  void Settle() { source_.Settle(); }
+  // Since the start of the log.
+  std::uint64_t ElapsedMs() { return source_.ElapsedMs(); }
 
  private:
   static constexpr std::uint32_t kStartMs = 1000;  // 0 would mean no clock
 
   Time::ManualSource source_;
+  const std::uint64_t first_ms_;
 };
 
 std::vector<SourceSpec> ParseSources(const ImportOptions& options) {
@@ -85,17 +92,17 @@ Sources OpenSources(const std::vector<SourceSpec>& specs, const ImportOptions& o
 }
 
 // When the earliest of the traces was recorded, or now when no trace tells.
-std::int64_t StartScnds(const Sources& sources) {
-  constexpr std::int64_t kLatestScnds = 0xFFFFFFFF;  // a log holds 32 bits
-  std::int64_t earliest = kLatestScnds + 1;
+std::int64_t StartUnixMs(const Sources& sources) {
+  constexpr std::int64_t kEnd = 0x100000000 * 1000;  // a log holds 32 bits of seconds
+  std::int64_t earliest = kEnd;
   for (const auto& source : sources) {
-    const std::int64_t scnds = source->FirstUnixMs().value_or(0) / 1000;
-    if (scnds > 0) earliest = std::min(earliest, scnds);
+    const std::int64_t ms = source->FirstUnixMs().value_or(0);
+    if (ms >= 1000) earliest = std::min(earliest, ms);
   }
-  if (earliest <= kLatestScnds) return earliest;
+  if (earliest < kEnd) return earliest;
   std::int64_t now_scnds = 0;
   if (!Time::Source().ReadWallClockScnds(now_scnds)) throw Failure("the clock cannot be read");
-  return now_scnds;
+  return now_scnds * 1000;
 }
 
 // Shows how much of the sources has been read.
@@ -150,14 +157,14 @@ void Record(const Sources& sources, TraceClock& clock, LogRecorder& recorder) {
     const TraceLine* line = nullptr;
     const std::size_t i = EarliestSource(sources, line);
     if (line == nullptr) return;
-    clock->MoveTo(line->at_ms);
+    clock.MoveTo(line->at_ms);
     recorder.Write(i, line->data_id, line->payload);
     sources[i]->Pop();
     if (recorder.Records() - records_settled < kMostRecordsOnTheWay &&
         recorder.PayloadBytes() - bytes_settled < kMostBytesOnTheWay) {
       continue;
     }
-    clock->Settle();
+    clock.Settle();
     recorder.CheckWrites();
     records_settled = recorder.Records();
     bytes_settled = recorder.PayloadBytes();
@@ -210,17 +217,17 @@ ExitCode Import(const ImportOptions& options) {
   OutputFile out(options.out, specs);
   const RemoveOnInterrupt remove_part(out.PartPath());
   const Sources sources = OpenSources(specs, options);
-  TraceClock clock(StartScnds(sources));
+  TraceClock clock(StartUnixMs(sources));
   // The trace's clock runs as fast as it can, and the trace can be imported again.
   constexpr Io::FileOutputSettings kUnsynced = {.sync_interval_ms = 0};
   LogRecorder recorder(out.PartPath(), options.out, options.plain, kUnsynced);
   for (const SourceSpec& spec : specs) recorder.AddClient(spec.name);
   recorder.Start();
-  clock->Settle();
+  clock.Settle();
   Record(sources, clock, recorder);
   recorder.Finish();
   out.Commit();
-  Report(options, sources, recorder, clock->ElapsedMs());
+  Report(options, sources, recorder, clock.ElapsedMs());
   return kDone;
 }
 
@@ -241,7 +248,9 @@ void AddImport(CLI::App& app, ExitCode& exit_code) {
   command->footer(
       "Each source becomes a client of the log; all start together, and the log's time stamps "
       "have\n"
-      "the spacing of the traces. Kinds, and the names of their clients unless NAME= is given:\n"
+      "the spacing of the traces in milliseconds. The log starts with the second in which the\n"
+      "earliest of them started.\n"
+      "Kinds, and the names of their clients unless NAME= is given:\n"
       "  nmea     GPS  sentences of a satellite receiver; time: the last RMC or GGA whose own\n"
       "                checksum is not wrong\n"
       "  candump  CAN  candump -L; 16-byte CAN frames with data id 1 (classic frames, without\n"

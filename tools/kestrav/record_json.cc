@@ -9,7 +9,7 @@ namespace kestrav::tool {
 std::string JsonName(const std::string* name) {
   nlohmann::json value;
   if (name != nullptr) value = *name;
-  return value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+  return value.dump(-1, ' ', true, nlohmann::json::error_handler_t::replace);
 }
 
 void RecordJson::AppendOpen(std::string& out, const RecordView& record) {

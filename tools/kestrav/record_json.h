@@ -10,7 +10,8 @@
 
 namespace kestrav::tool {
 
-// A name out of a log as a JSON string, with its quotes; bytes that are no UTF-8 are replaced.
+// A name out of a log as a JSON string in ASCII, with its quotes: what no terminal shows as text is
+// escaped. Bytes that are no UTF-8 are replaced.
 // Without a name: null.
 std::string JsonName(const std::string* name);
 
