@@ -16,7 +16,7 @@ namespace {
 using namespace std::string_literals;
 using test::RecordingClient;
 
-std::optional<Dictionary> Read(const std::string& payload) {
+std::optional<Dictionary> ReadHostile(const std::string& payload) {
   Memory::MemBlock block;
   EXPECT_TRUE(block.Assign(reinterpret_cast<const std::uint8_t*>(payload.data()),
                            static_cast<std::uint32_t>(payload.size())));
@@ -58,7 +58,7 @@ const std::string kPayload = "\x03\0\0\0CAN bus\00022\0GPS\00021\0Info Client\00
 TEST(HostileDictionary, CutAnywhereGivesTheEntriesBeforeTheCut) {
   for (std::size_t size = 0; size <= kPayload.size(); ++size) {
     const std::string cut = kPayload.substr(0, size);
-    EXPECT_EQ(Read(cut), ReadAgain(cut)) << "cut to " << size;
+    EXPECT_EQ(ReadHostile(cut), ReadAgain(cut)) << "cut to " << size;
   }
 }
 
@@ -67,7 +67,7 @@ TEST(HostileDictionary, WithAByteDamagedReadsAsTheBytesSay) {
     for (const char byte : "\0\x01\x30x\xFF"s) {
       std::string damaged = kPayload;
       damaged[at] = byte;
-      EXPECT_EQ(Read(damaged), ReadAgain(damaged)) << "byte " << at;
+      EXPECT_EQ(ReadHostile(damaged), ReadAgain(damaged)) << "byte " << at;
     }
   }
 }
@@ -78,28 +78,28 @@ TEST(HostileDictionary, OfRandomBytesReadsAsTheBytesSay) {
   for (int round = 0; round < 5000; ++round) {
     std::string payload(random() % 40, '\0');
     for (char& byte : payload) byte = alphabet[random() % alphabet.size()];
-    EXPECT_EQ(Read(payload), ReadAgain(payload)) << testing::PrintToString(payload);
+    EXPECT_EQ(ReadHostile(payload), ReadAgain(payload)) << testing::PrintToString(payload);
   }
 }
 
 TEST(HostileDictionary, OfOneByteValueGivesAClearResult) {
   for (std::size_t size = 5; size < 300; ++size) {
-    EXPECT_EQ(Read(std::string(size, '\0')), std::nullopt);
-    EXPECT_EQ(Read(std::string(size, 'L')), Dictionary());
-    EXPECT_EQ(Read(std::string(size, '\xFF')), Dictionary());
+    EXPECT_EQ(ReadHostile(std::string(size, '\0')), std::nullopt);
+    EXPECT_EQ(ReadHostile(std::string(size, 'L')), Dictionary());
+    EXPECT_EQ(ReadHostile(std::string(size, '\xFF')), Dictionary());
   }
 }
 
 TEST(HostileDictionary, WithAFieldOfAMegabyteIsRead) {
   constexpr std::size_t kMegabyte = 1 << 20;
   std::string payload(4 + kMegabyte, 'x');
-  EXPECT_EQ(Read(payload), Dictionary());
+  EXPECT_EQ(ReadHostile(payload), Dictionary());
   payload += "\0007\0"s;
-  EXPECT_EQ(Read(payload), (Dictionary{{String(kMegabyte, L'x'), 7}}));
+  EXPECT_EQ(ReadHostile(payload), (Dictionary{{String(kMegabyte, L'x'), 7}}));
   std::string long_id = "\0\0\0\0GPS\0"s;
   long_id.resize(kMegabyte, '9');
   long_id += '\0';
-  EXPECT_EQ(Read(long_id), std::nullopt);
+  EXPECT_EQ(ReadHostile(long_id), std::nullopt);
 }
 
 TEST(HostileDictionary, OffersNoMoreThanTheRegisteredClients) {

@@ -18,7 +18,7 @@ using testing::IsEmpty;
 using testing::Pair;
 using testing::UnorderedElementsAre;
 
-constexpr std::uint64_t Bit(int id) { return std::uint64_t{1} << id; }
+constexpr std::uint64_t BitOf(int id) { return std::uint64_t{1} << id; }
 
 // What a playback is told, and whether it was told anything.
 struct Info {
@@ -80,8 +80,8 @@ TEST_F(PlaybackSelection, MapsTheRecordedIdToTheInstancesRegisteredNow) {
   const Info info = GetInfo();
   EXPECT_TRUE(info.given);
   EXPECT_THAT(info.receivers, UnorderedElementsAre(Pair(21, ElementsAre(&gps_, &second))));
-  EXPECT_EQ(info.client_ids, ClientIdSet(Bit(22)));
-  EXPECT_EQ(info.dictionary_ids, ClientIdSet(Bit(21)));
+  EXPECT_EQ(info.client_ids, ClientIdSet(BitOf(22)));
+  EXPECT_EQ(info.dictionary_ids, ClientIdSet(BitOf(21)));
   EXPECT_TRUE(info.offset_data_ids.IsEmpty());
 }
 
@@ -222,7 +222,7 @@ TEST_F(PlaybackSelection, OnlySelectableInstancesGetRecordsAndTheFirstDecidesAbo
   EXPECT_TRUE(info.given);
   EXPECT_THAT(info.receivers, UnorderedElementsAre(Pair(20, ElementsAre(&can_)),
                                                    Pair(21, ElementsAre(&second, &third))));
-  EXPECT_EQ(info.offset_data_ids, ClientIdSet(Bit(21)));
+  EXPECT_EQ(info.offset_data_ids, ClientIdSet(BitOf(21)));
 }
 
 TEST_F(PlaybackSelection, AnEntryWithoutAReceiverEndsTheInformation) {
@@ -307,7 +307,7 @@ TEST_F(PlaybackSelection, ANewListKeepsWhatWasSelected) {
   EXPECT_TRUE(registry_.IsSelectedForPlayback(L"CAN")) << "the recorded id is still selected";
   const Info info = GetInfo();
   EXPECT_THAT(info.receivers, UnorderedElementsAre(Pair(21, ElementsAre(&can_))));
-  EXPECT_EQ(info.client_ids, ClientIdSet(Bit(22))) << "and so is the current one";
+  EXPECT_EQ(info.client_ids, ClientIdSet(BitOf(22))) << "and so is the current one";
 }
 
 TEST_F(PlaybackSelection, AResetStartsOver) {

@@ -11,16 +11,16 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr std::uint8_t kBytes[] = {1, 2, 3, 4, 5};
+constexpr std::uint8_t kFiveBytes[] = {1, 2, 3, 4, 5};
 
-Memory::MemBlock Block() {
+Memory::MemBlock BlockOfFive() {
   Memory::MemBlock block;
-  EXPECT_TRUE(block.Assign(kBytes, sizeof(kBytes)));
+  EXPECT_TRUE(block.Assign(kFiveBytes, sizeof(kFiveBytes)));
   return block;
 }
 
 TEST(MemoryInputStream, ReadsTheBytesOfABlockInOrder) {
-  const Memory::MemBlock block = Block();
+  const Memory::MemBlock block = BlockOfFive();
   Io::MemoryInputStream stream(block);
   std::array<std::uint8_t, 3> bytes{};
   EXPECT_EQ(stream.Remaining(), 5U);
@@ -31,7 +31,7 @@ TEST(MemoryInputStream, ReadsTheBytesOfABlockInOrder) {
 }
 
 TEST(MemoryInputStream, AReadBeyondTheEndFailsWithoutMoving) {
-  Io::MemoryInputStream stream(kBytes, 5);
+  Io::MemoryInputStream stream(kFiveBytes, 5);
   std::array<std::uint8_t, 8> bytes{};
   ASSERT_TRUE(stream.Seek(3));
   EXPECT_FALSE(stream.Read(bytes.data(), 3));
@@ -44,7 +44,7 @@ TEST(MemoryInputStream, AReadBeyondTheEndFailsWithoutMoving) {
 }
 
 TEST(MemoryInputStream, ASeekBeyondTheEndFailsWithoutMoving) {
-  Io::MemoryInputStream stream(kBytes, 5);
+  Io::MemoryInputStream stream(kFiveBytes, 5);
   ASSERT_TRUE(stream.Seek(2));
   EXPECT_FALSE(stream.Seek(6));
   EXPECT_FALSE(stream.Seek(0xFFFFFFFF));
@@ -65,7 +65,7 @@ TEST(MemoryInputStream, OverAnEmptyBlockHasNothing) {
 }
 
 TEST(MemoryOutputStream, WritesOverTheBytesOfABlock) {
-  Memory::MemBlock block = Block();
+  Memory::MemBlock block = BlockOfFive();
   Io::MemoryOutputStream stream(block);
   constexpr std::uint8_t kNew[] = {7, 8};
   EXPECT_TRUE(stream.Write(kNew, 2));
@@ -77,20 +77,20 @@ TEST(MemoryOutputStream, WritesOverTheBytesOfABlock) {
 }
 
 TEST(MemoryOutputStream, RefusesWhatDoesNotFitWhole) {
-  Memory::MemBlock block = Block();
+  Memory::MemBlock block = BlockOfFive();
   Io::MemoryOutputStream stream(block);
   ASSERT_TRUE(stream.Seek(3));
-  EXPECT_FALSE(stream.Write(kBytes, 3));
-  EXPECT_FALSE(stream.Write(kBytes, 0xFFFFFFFF));
+  EXPECT_FALSE(stream.Write(kFiveBytes, 3));
+  EXPECT_FALSE(stream.Write(kFiveBytes, 0xFFFFFFFF));
   EXPECT_EQ(stream.Position(), 3U);
-  EXPECT_TRUE(stream.Write(kBytes, 2));
-  EXPECT_FALSE(stream.Write(kBytes, 1));
+  EXPECT_TRUE(stream.Write(kFiveBytes, 2));
+  EXPECT_FALSE(stream.Write(kFiveBytes, 1));
   EXPECT_TRUE(stream.Write(nullptr, 0));
   EXPECT_THAT(std::vector(block.Data(), block.Data() + 5), ElementsAre(1, 2, 3, 1, 2));
 }
 
 TEST(MemoryOutputStream, ASeekBeyondTheEndFailsWithoutMoving) {
-  Memory::MemBlock block = Block();
+  Memory::MemBlock block = BlockOfFive();
   Io::MemoryOutputStream stream(block);
   ASSERT_TRUE(stream.Seek(5));
   EXPECT_FALSE(stream.Seek(6));
@@ -98,11 +98,11 @@ TEST(MemoryOutputStream, ASeekBeyondTheEndFailsWithoutMoving) {
 }
 
 TEST(MemoryOutputStream, RefusesWritesWhenItsBlockHasShrunk) {
-  Memory::MemBlock block = Block();
+  Memory::MemBlock block = BlockOfFive();
   Io::MemoryOutputStream stream(block);
   ASSERT_TRUE(stream.Seek(5));
   ASSERT_TRUE(block.Resize(2));
-  EXPECT_FALSE(stream.Write(kBytes, 1));
+  EXPECT_FALSE(stream.Write(kFiveBytes, 1));
 }
 
 }  // namespace

@@ -20,15 +20,15 @@ using test::RanShort;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-constexpr std::uint8_t kBytes[] = {1, 2, 3, 4, 5};
+constexpr std::uint8_t kContent[] = {1, 2, 3, 4, 5};
 
 std::vector<std::uint8_t> Content(const MemBlock& block) {
   return {block.Data(), block.Data() + block.Size()};
 }
 
-MemBlock Block() {
+MemBlock BlockOfContent() {
   MemBlock block;
-  EXPECT_TRUE(block.Assign(kBytes, sizeof(kBytes)));
+  EXPECT_TRUE(block.Assign(kContent, sizeof(kContent)));
   return block;
 }
 
@@ -53,16 +53,16 @@ TEST(MemBlock, HoldsACopyOfWhatItWasAssigned) {
 }
 
 TEST(MemBlock, MayBeAssignedAPartOfItself) {
-  MemBlock block = Block();
+  MemBlock block = BlockOfContent();
   ASSERT_TRUE(block.Assign(block.Data() + 1, 4));
   EXPECT_THAT(Content(block), ElementsAre(2, 3, 4, 5));
 }
 
 TEST(MemBlock, KeepsItsBytesWhenItGrowsOrShrinks) {
-  MemBlock block = Block();
+  MemBlock block = BlockOfContent();
   ASSERT_TRUE(block.Resize(100'000));
   EXPECT_EQ(block.Size(), 100'000U);
-  EXPECT_EQ(std::memcmp(block.Data(), kBytes, 5), 0);
+  EXPECT_EQ(std::memcmp(block.Data(), kContent, 5), 0);
   ASSERT_TRUE(block.Resize(2));
   EXPECT_THAT(Content(block), ElementsAre(1, 2));
   ASSERT_TRUE(block.Resize(0));
@@ -70,7 +70,7 @@ TEST(MemBlock, KeepsItsBytesWhenItGrowsOrShrinks) {
 }
 
 TEST(MemBlock, FillsItsBytesWithZeros) {
-  MemBlock block = Block();
+  MemBlock block = BlockOfContent();
   block.FillWithZeros();
   EXPECT_THAT(Content(block), ElementsAre(0, 0, 0, 0, 0));
   MemBlock empty;
@@ -79,30 +79,30 @@ TEST(MemBlock, FillsItsBytesWithZeros) {
 }
 
 TEST(MemBlock, LetsGoOfItsMemoryWhenCleared) {
-  MemBlock block = Block();
+  MemBlock block = BlockOfContent();
   block.Clear();
   EXPECT_TRUE(block.IsEmpty());
   EXPECT_EQ(block.Data(), nullptr);
-  ASSERT_TRUE(block.Assign(kBytes, 5));
-  EXPECT_THAT(Content(block), ElementsAreArray(kBytes));
+  ASSERT_TRUE(block.Assign(kContent, 5));
+  EXPECT_THAT(Content(block), ElementsAreArray(kContent));
 }
 
 TEST(MemBlock, LeavesAnEmptyBlockBehindWhenMoved) {
-  MemBlock source = Block();
+  MemBlock source = BlockOfContent();
   MemBlock target(std::move(source));
-  EXPECT_THAT(Content(target), ElementsAreArray(kBytes));
+  EXPECT_THAT(Content(target), ElementsAreArray(kContent));
   EXPECT_TRUE(source.IsEmpty());  // NOLINT(bugprone-use-after-move)
   EXPECT_EQ(source.Data(), nullptr);
   ASSERT_TRUE(source.Resize(3));
   source = std::move(target);
-  EXPECT_THAT(Content(source), ElementsAreArray(kBytes));
+  EXPECT_THAT(Content(source), ElementsAreArray(kContent));
   EXPECT_TRUE(target.IsEmpty());  // NOLINT(bugprone-use-after-move)
-  ASSERT_TRUE(target.Assign(kBytes, 1));
+  ASSERT_TRUE(target.Assign(kContent, 1));
   EXPECT_THAT(Content(target), ElementsAre(1));
 }
 
 TEST(MemBlock, ShortOfMemoryChangesNothing) {
-  MemBlock block = Block();
+  MemBlock block = BlockOfContent();
   std::vector<std::uint8_t> bytes(100);
   bool resized = true;
   bool assigned = true;
@@ -110,11 +110,11 @@ TEST(MemBlock, ShortOfMemoryChangesNothing) {
   EXPECT_TRUE(RanShort(0, [&] { assigned = block.Assign(bytes.data(), 100); }));
   EXPECT_FALSE(resized);
   EXPECT_FALSE(assigned);
-  EXPECT_THAT(Content(block), ElementsAreArray(kBytes));
+  EXPECT_THAT(Content(block), ElementsAreArray(kContent));
 }
 
 TEST(MemBlock, NeedsNoMemoryToShrinkAndGrowBack) {
-  MemBlock block = Block();
+  MemBlock block = BlockOfContent();
   EXPECT_FALSE(RanShort(0, [&] {
     static_cast<void>(block.Resize(1));
     static_cast<void>(block.Resize(5));

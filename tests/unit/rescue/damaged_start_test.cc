@@ -8,11 +8,11 @@
 namespace kestrav::test {
 namespace {
 
-constexpr std::size_t kRecords = 300;
+constexpr std::size_t kManyRecords = 300;
 
 class DamagedStart : public testing::TestWithParam<Keys> {
  protected:
-  const LogBuilder log_ = SampleLog(GetParam(), kRecords);
+  const LogBuilder log_ = SampleLog(GetParam(), kManyRecords);
 };
 
 INSTANTIATE_TEST_SUITE_P(Keys, DamagedStart,
@@ -31,7 +31,7 @@ TEST_P(DamagedStart, KeysFollowFromTheRecords) {
       EXPECT_TRUE(recovered.report.data_key_known);
       EXPECT_EQ(recovered.log.header_key, GetParam().header);
       EXPECT_EQ(recovered.log.data_key, GetParam().data);
-      EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kRecords));
+      EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kManyRecords));
     }
   }
 }
@@ -45,7 +45,7 @@ TEST_P(DamagedStart, AWrongMagicCostsNoOtherField) {
   EXPECT_EQ(recovered.log.start_time, 1'000'000'000U);
   EXPECT_EQ(recovered.log.selection, 0x9000U);
   EXPECT_EQ(recovered.log.start_clock, 1000U);
-  EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kRecords));
+  EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kManyRecords));
 }
 
 TEST_P(DamagedStart, AHeaderOfZerosIsMadeFromTheRecords) {
@@ -60,14 +60,14 @@ TEST_P(DamagedStart, AHeaderOfZerosIsMadeFromTheRecords) {
   EXPECT_EQ(recovered.log.start_clock, 1000U) << "the time of the first record";
   EXPECT_EQ(recovered.log.clock_rate, 1000U);
   EXPECT_EQ(recovered.log.selection, 0x8008U) << "the clients of the dictionary";
-  EXPECT_EQ(recovered.log.duration_ms, 10 * kRecords);
-  EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kRecords));
+  EXPECT_EQ(recovered.log.duration_ms, 10 * kManyRecords);
+  EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kManyRecords));
 }
 
 TEST_P(DamagedStart, AMissingHeaderCostsNoRecord) {
   const Bytes whole = log_.Build();
   const Recovered recovered = Recover({whole.begin() + 128, whole.end()});
-  EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kRecords));
+  EXPECT_EQ(recovered.Payloads(), SamplePayloads(1, kManyRecords));
   EXPECT_EQ(recovered.log.data_key, GetParam().data);
 }
 
@@ -75,7 +75,7 @@ TEST_P(DamagedStart, AFileThatLostItsFrontHasTheRest) {
   const Bytes whole = log_.Build();
   const auto from = static_cast<std::ptrdiff_t>(log_.RecordOffset(100)) + 1;
   const Recovered recovered = Recover({whole.begin() + from, whole.end()});
-  EXPECT_EQ(recovered.Payloads(), SamplePayloads(101, kRecords));
+  EXPECT_EQ(recovered.Payloads(), SamplePayloads(101, kManyRecords));
   EXPECT_FALSE(recovered.report.dictionary_found);
   EXPECT_EQ(recovered.log.selection, 0x8008U) << "the clients that have records";
 }

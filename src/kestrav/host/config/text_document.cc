@@ -152,8 +152,8 @@ void TextDocument::Parse(std::string_view text, std::vector<Problem>& problems) 
   // Swaps of lists keep their iterators.
   pieces_.swap(parsed.pieces_);
   groups_.swap(parsed.groups_);
-  byte_order_mark_.swap(parsed.byte_order_mark_);
-  line_end_.swap(parsed.line_end_);
+  byte_order_mark_ = parsed.byte_order_mark_;
+  line_end_ = parsed.line_end_;
 }
 
 const TextDocument::Entry* TextDocument::FindEntry(const std::string& group,
@@ -202,8 +202,8 @@ bool TextDocument::Set(const std::string& group, const std::string& description,
 // `line` behind `before`, the end of a section: with an end of its own, unless the text so far has
 // none at its end, or half of one.
 std::string TextDocument::WholeLine(std::string_view before, const std::string& line) const {
-  if (before.empty() || before.ends_with('\n')) return line + line_end_;
-  return (before.ends_with('\r') ? "\n" : line_end_) + line;
+  if (before.empty() || before.ends_with('\n')) return std::string(line).append(line_end_);
+  return std::string(before.ends_with('\r') ? "\n" : line_end_) + line;
 }
 
 void TextDocument::AddEntry(Group& group, const std::string& name, const std::string& value) {
@@ -221,7 +221,7 @@ void TextDocument::AddGroup(const std::string& name, const std::string& descript
   const std::string_view before = pieces_.empty() ? std::string_view() : pieces_.back();
   std::string header = '[' + WrittenName(name) + ']';
   if (!before.empty() && !EndsWithBlankLine(before)) header.insert(0, line_end_);
-  if (!description.empty()) header += line_end_ + Comment(description);
+  if (!description.empty()) header.append(line_end_).append(Comment(description));
   TextDocument added;
   added.line_end_ = line_end_;
   added.pieces_.push_back(WholeLine(before, header));
@@ -232,7 +232,7 @@ void TextDocument::AddGroup(const std::string& name, const std::string& descript
 }
 
 std::string TextDocument::Text() const {
-  std::string text = byte_order_mark_;
+  std::string text(byte_order_mark_);
   for (const std::string& piece : pieces_) text += piece;
   return text;
 }

@@ -58,8 +58,8 @@ class TextDocument {
   // The whole text in order: an entry's line each, and between them what is never changed.
   Pieces pieces_;
   std::map<std::string, Group> groups_;
-  std::string byte_order_mark_;
-  std::string line_end_ = "\n";
+  std::string_view byte_order_mark_;
+  std::string_view line_end_ = "\n";
 };
 
 }  // namespace kestrav::Config
