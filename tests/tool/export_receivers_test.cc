@@ -1,8 +1,10 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
@@ -245,7 +247,8 @@ TEST_F(HandedOn, PcapngIsDissectedFrameByFrameWithTheRightTimes) {
   for (std::string line :
        Read({"tshark", "-r", out, "-T", "fields", "-E", "separator= ", "-e", "frame.time_epoch",
              "-e", "can.id", "-e", "can.len", "-e", "data.data", "-e", "frame.interface_name"})) {
-    std::transform(line.begin(), line.begin() + line.rfind(' '), line.begin(),
+    const auto interface = static_cast<std::ptrdiff_t>(line.rfind(' '));
+    std::transform(line.begin(), line.begin() + interface, line.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     read.push_back(line);
   }

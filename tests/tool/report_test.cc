@@ -109,7 +109,7 @@ TEST_F(Report, KeepsTheFirstRecordsAndTheStartOfLongOnes) {
 // Where the page may draw the records that it holds, instead of counts of all.
 TEST_F(Report, TellsFromWhenOnRecordsAreLeftOut) {
   LogBuilder log;
-  for (const std::uint32_t at : {10, 5000, 9000, 4000, 9500}) log.Record(21, 1, at, "x");
+  for (const std::uint32_t at : {10U, 5000U, 9000U, 4000U, 9500U}) log.Record(21, 1, at, "x");
   EXPECT_EQ(MakeReport(log).Summary()["first_left_out_ms"], nullptr);
   EXPECT_EQ(MakeReport(log, {"--records", "3"}).Summary()["first_left_out_ms"], 4000);
 }

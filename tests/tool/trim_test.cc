@@ -70,7 +70,7 @@ TEST(Trim, TakesItsTimesToTheMillisecond) {
   const Folder folder;
   LogBuilder log;
   log.Dictionary({{"GPS", 21}}, 0);
-  for (const std::uint32_t at : {1000, 1001, 1002, 2003}) {
+  for (const std::uint32_t at : {1000U, 1001U, 1002U, 2003U}) {
     log.Record(21, 1, at, std::to_string(at));
   }
   const std::string path = WriteLogAs(folder, "a.klog", log);
