@@ -136,7 +136,7 @@ TEST_P(ReadWithAnIndex, CatPrintsTheSameForAnyTime) {
   MakeIndex(log_);
   EXPECT_TRUE(RunTool({"cat", "--format", "jsonl", log_}).out == all.out);
   constexpr std::uint32_t kWindowMs = 30000;
-  for (std::uint32_t from = 0; from < 390000; from += kWindowMs) {
+  for (std::uint32_t from = 0; from < 390000; from += kWindowMs * kEvery) {
     const std::uint32_t to = from + kWindowMs - 1;
     std::string expected;
     for (const auto& [at, line] : lines) {

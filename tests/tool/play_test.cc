@@ -285,7 +285,7 @@ class PlayOfDamage : public ::testing::TestWithParam<Arguments> {
 
 TEST_P(PlayOfDamage, EndsWithAClearResultWhereverABitIsFlipped) {
   const Bytes whole = SmallLog().Build();
-  for (std::size_t at = 0; at < whole.size(); at += 3) {
+  for (std::size_t at = 0; at < whole.size(); at += 3 * kEvery) {
     Bytes damaged = whole;
     damaged[at] ^= 0x10;
     Check(damaged, "flipped at " + std::to_string(at));
@@ -294,7 +294,7 @@ TEST_P(PlayOfDamage, EndsWithAClearResultWhereverABitIsFlipped) {
 
 TEST_P(PlayOfDamage, EndsWithAClearResultWhereverTheLogIsCut) {
   Bytes log = SmallLog().Build();
-  for (; log.size() > 120; log.resize(log.size() - 3)) {
+  for (; log.size() > 120; log.resize(log.size() - 3 * kEvery)) {
     Check(log, "cut at " + std::to_string(log.size()));
   }
 }

@@ -3,12 +3,21 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace kestrav::test {
+
+// Sanitizers make a run of the tool ten times as long: of many runs that are alike, every so many
+// is made.
+#ifdef NDEBUG
+inline constexpr std::uint32_t kEvery = 1;
+#else
+inline constexpr std::uint32_t kEvery = 4;
+#endif
 
 // How a run of the tool ended.
 struct Result {
