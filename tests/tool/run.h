@@ -16,7 +16,7 @@ namespace kestrav::test {
 #ifdef NDEBUG
 inline constexpr std::uint32_t kEvery = 1;
 #else
-inline constexpr std::uint32_t kEvery = 4;
+inline constexpr std::uint32_t kEvery = 8;
 #endif
 
 // How a run of the tool ended.
