@@ -1,7 +1,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -11,6 +10,7 @@
 #include <iterator>
 #include <string>
 
+#include "cpu_time.h"
 #include "pty.h"
 #include "run.h"
 #include "support/log_builder.h"
@@ -125,15 +125,6 @@ TEST(Recover, TakesWhatTheOutputWasUntilItIsWhole) {
   const std::string out = folder.Write("b.klog", "precious");
   EXPECT_EQ(RunTool({"recover", none, "-o", out}).code, 1);
   EXPECT_EQ(ReadFile(out), "precious");
-}
-
-double CpuScndsOfChildren() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  const auto scnds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return scnds(usage.ru_utime) + scnds(usage.ru_stime);
 }
 
 // On a file system in memory; by the processor's time, so that other work does not count.

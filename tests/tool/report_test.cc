@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <numeric>
 #include <string>
 
+#include "cpu_time.h"
 #include "report_page.h"
 #include "run.h"
 #include "support/log_builder.h"
@@ -309,15 +309,6 @@ TEST_F(Report, MakesThePageOfAnEmptyLog) {
   EXPECT_EQ(run.result.code, 0);
   EXPECT_EQ(run.data["records"], json::array());
   EXPECT_EQ(run.Summary()["clients"], json::array());
-}
-
-double CpuScndsOfChildren() {
-  rusage usage{};
-  getrusage(RUSAGE_CHILDREN, &usage);
-  const auto scnds = [](const timeval& time) {
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
-  };
-  return scnds(usage.ru_utime) + scnds(usage.ru_stime);
 }
 
 // By the processor's time, so that other work does not count.
